@@ -1,0 +1,35 @@
+// Per-pixel reference formulas for the kernels, written from their documented
+// arithmetic one output element at a time, with none of the kernels' row
+// passes, rings or vector steps. Tests compare kernels with these byte for
+// byte.
+#ifndef VORLITH_TESTS_ORACLE_ORACLE_H_
+#define VORLITH_TESTS_ORACLE_ORACLE_H_
+
+#include <cstdint>
+
+namespace vorlith::oracle {
+
+// Arm FCVTZS/FCVTZU: truncation toward zero, saturating to [lo, hi], NaN to 0.
+int64_t TruncSaturate(double value, int64_t lo, int64_t hi);
+
+// ---- NV12 chroma 2x ----
+// Output sample (row, col, component c) of the 2x enlargement of an
+// interleaved Cb/Cr plane of `height` x `width` pairs.
+uint8_t Linear2xNvSample(const uint8_t* src, int src_stride, int height, int width, int row,
+                         int col, int c);
+
+// Value `index` of the horizontal pass of one row of `width` pairs.
+int16_t HLinear2xNvValue(const uint8_t* row, int width, int index);
+
+// Output byte `index` of the general two-row vertical pass.
+uint8_t VLinearValue(int16_t a, int16_t b, int16_t w0, int16_t w1, float scale, bool body);
+
+// ---- Byte and float planes ----
+float U8ToF32(uint8_t v);
+// `body` selects the saturating rule of the first 8*(W/8) columns, otherwise
+// the wrapping rule of the last W%8.
+uint8_t F32ToU8(float v, bool body);
+
+}  // namespace vorlith::oracle
+
+#endif  // VORLITH_TESTS_ORACLE_ORACLE_H_
