@@ -5,6 +5,7 @@
 set -euo pipefail
 
 packages=(cmake ninja-build g++ pkg-config libhwy-dev libgtest-dev libbenchmark-dev libyuv-dev)
+packages+=(libonnx-dev libprotobuf-dev libxnnpack-dev libpthreadpool-dev)
 cross=0
 for arg in "$@"; do
   case "$arg" in

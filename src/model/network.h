@@ -1,0 +1,41 @@
+// A super-resolution network read from an ONNX file and executed on the CPU
+// by XNNPACK. Internal to the library: the model wrappers build on it.
+#ifndef VORLITH_SRC_MODEL_NETWORK_H_
+#define VORLITH_SRC_MODEL_NETWORK_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vorlith::model {
+
+class Network {
+ public:
+  virtual ~Network() = default;
+
+  // Reads and checks an ONNX file. Returns null and a one-line reason in
+  // *error when the file cannot be read or parsed, or when it uses an
+  // operator or attribute the runtime does not support (the message names
+  // the operator, e.g. "unsupported operator Softmax (node 'sm1')").
+  // `threads` is the number of worker threads XNNPACK may use (1 = the
+  // caller's thread only).
+  static std::unique_ptr<Network> Load(const std::string& path, int threads, std::string* error);
+
+  // Names of the graph's single input and single output, as in the file.
+  virtual const std::string& InputName() const = 0;
+  virtual const std::string& OutputName() const = 0;
+
+  // Runs the network on a float32 NCHW input of shape `input_shape`
+  // ([1, C, H, W]). The XNNPACK runtime is built on the first call and
+  // rebuilt only when the input shape changes. On success fills `output`
+  // and `output_shape` (NCHW) and returns true; otherwise returns false with
+  // a reason in *error.
+  virtual bool Run(const float* input, const std::vector<int64_t>& input_shape,
+                   std::vector<float>* output, std::vector<int64_t>* output_shape,
+                   std::string* error) = 0;
+};
+
+}  // namespace vorlith::model
+
+#endif  // VORLITH_SRC_MODEL_NETWORK_H_
