@@ -16,7 +16,32 @@ done
 if [ "$cross" = 1 ]; then
   packages+=(g++-aarch64-linux-gnu qemu-user libc6:arm64 libstdc++6:arm64 libhwy-dev:arm64
              libgtest-dev:arm64)
+  packages+=(libprotobuf-dev:arm64 libcpuinfo0:arm64)
 fi
+
+# XNNPACK and pthreadpool are not Multi-Arch: same and ONNX's development files
+# clash with the native ones, so the cross build reads their arm64 builds from
+# a folder they are unpacked into (delete it to refresh).
+arm64_sysroot_packages=(libxnnpack0 libxnnpack-dev libpthreadpool0 libpthreadpool-dev libonnx1 libonnx-dev
+                        libonnxifi)
+unpack_arm64_sysroot() {
+  local dir tmp opts=()
+  dir="$(cd "$(dirname "$0")/.." && pwd)/build/sysroot-arm64"
+  [ "$(cat "$dir/.packages" 2>/dev/null)" = "${arm64_sysroot_packages[*]}" ] && return 0
+  [ "$(id -u)" -eq 0 ] && opts=(-o APT::Sandbox::User=root)
+  tmp=$(mktemp -d)
+  if ! (cd "$tmp" && apt-get download -qq "${opts[@]}" "${arm64_sysroot_packages[@]/%/:arm64}"); then
+    echo "setup: cannot download ${arm64_sysroot_packages[*]} for arm64" >&2
+    rm -rf "$tmp"
+    return 1
+  fi
+  rm -rf "$dir"
+  mkdir -p "$dir"
+  for deb in "$tmp"/*.deb; do dpkg-deb -x "$deb" "$dir"; done
+  echo "${arm64_sysroot_packages[*]}" >"$dir/.packages"
+  rm -rf "$tmp"
+  echo "setup: unpacked ${arm64_sysroot_packages[*]} (arm64) into $dir"
+}
 
 missing=()
 for p in "${packages[@]}"; do
@@ -24,7 +49,10 @@ for p in "${packages[@]}"; do
     missing+=("$p")
   fi
 done
-[ "${#missing[@]}" -eq 0 ] && exit 0
+if [ "${#missing[@]}" -eq 0 ]; then
+  [ "$cross" = 0 ] || unpack_arm64_sysroot
+  exit 0
+fi
 
 sudo=""
 [ "$(id -u)" -ne 0 ] && sudo="sudo"
@@ -34,3 +62,4 @@ fi
 echo "setup: installing ${missing[*]}"
 $sudo apt-get update -qq
 DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+[ "$cross" = 0 ] || unpack_arm64_sysroot
