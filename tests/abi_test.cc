@@ -4,9 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <filesystem>
+#include <memory>
 #include <vector>
 
 #include "vorlith/kernels.h"
+#include "vorlith/plugin.h"
 
 namespace {
 
@@ -45,6 +48,57 @@ TEST(Abi, HostUsesTheKernelsThroughTheSharedLibrary) {
   CvtU8ToF32_STRIDE(dst.data(), plane.data(), 4, 12, 12, 12);
   EXPECT_EQ(plane[1], 200.0f);
   UInitLanczos1p5x(&ctx);
+}
+
+}  // namespace
+
+namespace {
+
+// A host that knows only the public headers: it finds the plug-in's networks
+// in the installed-tree location beside the library (../share/vorlith) and
+// enlarges a frame.
+
+TEST(Abi, HostRunsThePluginWithNetworksFromTheShareDirectory) {
+  Dl_info info{};
+  ASSERT_NE(dladdr(reinterpret_cast<void*>(&InitLanczos1p5x), &info), 0);
+  namespace fs = std::filesystem;
+  const fs::path share = fs::canonical(info.dli_fname).parent_path() / ".." / "share" / "vorlith";
+  const bool existed = fs::exists(share / "RTC.onnx");
+  if (!existed) {
+    fs::create_directories(share);
+    for (const char* name : {"RTC.onnx", "RTC_degrade.onnx"}) {
+      fs::copy_file(VORLITH_FIXTURES_DIR "/nearest2x.onnx", share / name);
+    }
+  }
+  std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
+  ASSERT_EQ(sr->Init(""), 0);
+  VLPixelBufferRef frame = nullptr;
+  ASSERT_EQ(VLPixelBufferCreate(6, 4, kVLPixelFormatType_420YpCbCr8BiPlanarVideoRange, &frame),
+            kVLReturnSuccess);
+  VLPixelBufferLockBaseAddress(frame, 0);
+  auto* y = static_cast<unsigned char*>(VLPixelBufferGetBaseAddressOfPlane(frame, 0));
+  const size_t y_stride = VLPixelBufferGetBytesPerRowOfPlane(frame, 0);
+  for (int r = 0; r < 4; ++r) {
+    for (int c = 0; c < 6; ++c) y[r * y_stride + c] = static_cast<unsigned char>(40 * r + c);
+  }
+  VLPixelBufferUnlockBaseAddress(frame, 0);
+  _tagVideoData in{}, out{};
+  in.width = 6;
+  in.height = 4;
+  in.pixelBuffer = frame;
+  in.format = 1;
+  const int status = sr->ProcessData(&in, &out);
+  if (!existed) {
+    fs::remove(share / "RTC.onnx");
+    fs::remove(share / "RTC_degrade.onnx");
+  }
+  ASSERT_EQ(status, SR_OK);
+  ASSERT_EQ(out.width, 12u);
+  const auto* y2 = static_cast<const unsigned char*>(VLPixelBufferGetBaseAddressOfPlane(out.pixelBuffer, 0));
+  EXPECT_EQ(y2[7 * out.strideY + 11], 40 * 3 + 5);
+  EXPECT_EQ(y2[2 * out.strideY + 3], 40 * 1 + 1);
+  VLPixelBufferRelease(out.pixelBuffer);
+  VLPixelBufferRelease(frame);
 }
 
 }  // namespace

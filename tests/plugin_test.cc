@@ -1,0 +1,326 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "src/platform/platform.h"
+#include "src/plugin/sr_plugin.h"
+#include "tests/oracle/oracle.h"
+#include "tests/support/plugin_fixture.h"
+#include "vorlith/plugin.h"
+
+namespace {
+
+using vorlith::test::PackedPlane;
+using vorlith::test::RandomFrame;
+using vorlith::test::ResourceDirectory;
+
+// Collects error-level log lines for the lifetime of the object.
+class LogCapture {
+ public:
+  LogCapture() {
+    vorlith::platform::SetErrorLogSinkForTest([this](const std::string& line) {
+      lines.push_back(line);
+    });
+  }
+  ~LogCapture() { vorlith::platform::SetErrorLogSinkForTest(nullptr); }
+  std::vector<std::string> lines;
+};
+
+// A clock that advances by `step` microseconds per reading; ProcessData reads
+// it twice a frame, so each frame takes exactly `step`.
+class FakeClock {
+ public:
+  FakeClock() {
+    vorlith::platform::SetClockForTest([this] {
+      now_ += step;
+      return now_;
+    });
+  }
+  ~FakeClock() { vorlith::platform::SetClockForTest(nullptr); }
+  int64_t step = 1000;
+
+ private:
+  int64_t now_ = 0;
+};
+
+SRPlugin* AsPlugin(SuperResolutionInterface* sr) { return static_cast<SRPlugin*>(sr); }
+
+_tagVideoData Record(VLPixelBufferRef buffer, int width, int height) {
+  _tagVideoData d;
+  std::memset(&d, 0, sizeof(d));
+  d.width = width;
+  d.height = height;
+  d.pixelBuffer = buffer;
+  d.format = 1;
+  return d;
+}
+
+TEST(ModelSize, SmallestCandidateThatHoldsTheFrameFirstInTableOrderOnTies) {
+  SRPlugin plugin;
+  const struct {
+    int w, h, mw, mh;
+  } cases[] = {{640, 360, 640, 360},   {600, 350, 640, 360},   {500, 500, 540, 960},
+               {1280, 1000, 1280, 1280}, {1, 1, 320, 180},     {100, 300, 180, 320},
+               {320, 240, 320, 240},   {240, 320, 240, 320},   {960, 540, 960, 540},
+               {961, 540, 1024, 768},  {700, 700, 768, 1024},  {1281, 10, 0, 0}};
+  for (const auto& c : cases) {
+    plugin.ChooseModelSize(c.w, c.h);
+    EXPECT_EQ(plugin.modelWidth, c.mw) << c.w << "x" << c.h;
+    EXPECT_EQ(plugin.modelHeight, c.mh) << c.w << "x" << c.h;
+  }
+}
+
+TEST(Plugin, InterfaceDefaultsAndSelectors) {
+  std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
+  SRPlugin* p = AsPlugin(sr.get());
+  EXPECT_EQ(p->deviceType, 2);
+  EXPECT_EQ(p->frameWidth, 640);
+  EXPECT_EQ(p->frameHeight, 360);
+  EXPECT_EQ(p->modelWidth, -1);
+  EXPECT_EQ(p->refusedWidth, -1);
+  EXPECT_EQ(p->candidateCount, 19);
+  EXPECT_EQ(p->kernelCtx.lineBuf, nullptr);
+  float half[4];
+  std::memcpy(half, &p->kernelCtx.halfVec, sizeof(half));
+  EXPECT_EQ(half[3], 0.5f);
+  EXPECT_EQ(sr->GetSupportFormat(), 1);
+  EXPECT_EQ(sr->Clear(), 0);
+  for (int type : {0, 2, -5, 1}) {
+    EXPECT_EQ(sr->SelectNetType(static_cast<NetType>(type)), 0);
+    EXPECT_EQ(p->deviceType, type == 1 ? 1 : 2);
+    EXPECT_EQ(sr->GetDeviceType(), 1);  // deliberately 1 for both networks
+  }
+  p->netTypeApplied = 1;
+  EXPECT_EQ(sr->SetFrameStatus(), 0);
+  EXPECT_EQ(p->netTypeApplied, 0);
+  EXPECT_STREQ(reinterpret_cast<const char*>(libVorlithVersionString),
+               "@(#)PROGRAM:libVorlith  PROJECT:libVorlith-1\n");
+  EXPECT_EQ(libVorlithVersionNumber, 1.0);
+}
+
+TEST(Plugin, MissingNetworksAreLoggedAndFramesRefusedUntouched) {
+  LogCapture log;
+  ResourceDirectory resources("", "");
+  std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
+  EXPECT_EQ(sr->Init("ignored"), 0);
+  EXPECT_EQ(AsPlugin(sr.get())->fullModel, nullptr);
+  EXPECT_EQ(AsPlugin(sr.get())->lightModel, nullptr);
+  ASSERT_EQ(log.lines.size(), 2u);
+  EXPECT_EQ(log.lines[0], "Could not load RTC.onnx in the bundle resource");
+  EXPECT_EQ(log.lines[1], "Could not load RTC_degrade.onnx in the bundle resource");
+  EXPECT_EQ(sr->GetSupportFormat(), 1);
+
+  std::mt19937 rng(1);
+  VLPixelBufferRef frame = RandomFrame(64, 36, rng);
+  _tagVideoData in = Record(frame, 64, 36);
+  _tagVideoData out;
+  std::memset(&out, 0x3C, sizeof(out));
+  EXPECT_EQ(sr->ProcessData(&in, &out), SR_ERR_UNSUPPORTED);
+  for (size_t i = 0; i < sizeof(out); ++i) {
+    ASSERT_EQ(reinterpret_cast<uint8_t*>(&out)[i], 0x3C) << "byte " << i;
+  }
+  VLPixelBufferRelease(frame);
+}
+
+TEST(Plugin, LegacyBranchRefusesEveryFrame) {
+  vorlith::platform::SetNeuralPathSupportedForTest(false);
+  std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
+  EXPECT_EQ(sr->Init(""), 0);
+  vorlith::platform::SetNeuralPathSupportedForTest(true);
+  SRPlugin* p = AsPlugin(sr.get());
+  EXPECT_EQ(p->legacyMode, 1);
+  EXPECT_NE(p->legacyBufA, nullptr);
+  EXPECT_NE(p->legacyBufB, nullptr);
+  EXPECT_EQ(p->fullModel, nullptr);
+  EXPECT_EQ(p->inputTensor, nullptr);
+  _tagVideoData in = Record(nullptr, 64, 36), out{};
+  EXPECT_EQ(sr->ProcessData(&in, &out), SR_ERR_UNSUPPORTED);
+  EXPECT_EQ(out.pixelBuffer, nullptr);
+  // The destructor frees both legacy buffers (a leak would fail under ASan).
+}
+
+class PluginEndToEnd : public testing::Test {
+ protected:
+  void SetUp() override {
+    sr_.reset(SuperResolutionInterface::Create());
+    ASSERT_EQ(sr_->Init(""), 0);
+    ASSERT_NE(plugin()->fullModel, nullptr);
+    ASSERT_NE(plugin()->lightModel, nullptr);
+  }
+  SRPlugin* plugin() { return AsPlugin(sr_.get()); }
+
+  // Runs one random frame; on success checks the output against the exact
+  // nearest-neighbour luma and the bilinear chroma.
+  int RunFrame(int width, int height, bool check_pixels = true) {
+    VLPixelBufferRef frame = RandomFrame(width, height, rng_);
+    _tagVideoData in = Record(frame, width, height);
+    _tagVideoData out;
+    std::memset(&out, 0x5D, sizeof(out));
+    const int status = sr_->ProcessData(&in, &out);
+    const bool has_output = status == SR_OK || status == SR_OK_LIGHT || status == SR_ERR_TOO_SLOW;
+    if (has_output && out.pixelBuffer != nullptr &&
+        reinterpret_cast<uintptr_t>(out.pixelBuffer) != 0x5D5D5D5D5D5D5D5Dull) {
+      EXPECT_EQ(out.width, 2u * width);
+      EXPECT_EQ(out.height, 2u * height);
+      EXPECT_EQ(out.format, 1);
+      EXPECT_EQ(size_t(out.strideY), VLPixelBufferGetBytesPerRowOfPlane(out.pixelBuffer, 0));
+      EXPECT_EQ(size_t(out.strideUV), VLPixelBufferGetBytesPerRowOfPlane(out.pixelBuffer, 1));
+      for (int i = 20; i < 56; ++i) {
+        EXPECT_EQ(reinterpret_cast<uint8_t*>(&out)[i], 0x5D) << "host byte " << i;
+      }
+      if (check_pixels) CheckPixels(frame, out.pixelBuffer, width, height);
+      VLPixelBufferRelease(out.pixelBuffer);
+    } else {
+      for (size_t i = 0; i < sizeof(out); ++i) {
+        EXPECT_EQ(reinterpret_cast<uint8_t*>(&out)[i], 0x5D) << "out touched, byte " << i;
+      }
+    }
+    VLPixelBufferRelease(frame);
+    return status;
+  }
+
+  void CheckPixels(VLPixelBufferRef in, VLPixelBufferRef out, int width, int height) {
+    const std::vector<uint8_t> y = PackedPlane(in, 0), uv = PackedPlane(in, 1);
+    const std::vector<uint8_t> y2 = PackedPlane(out, 0), uv2 = PackedPlane(out, 1);
+    int bad = 0;
+    for (int r = 0; r < 2 * height && bad < 5; ++r) {
+      for (int c = 0; c < 2 * width; ++c) {
+        if (y2[size_t(r) * 2 * width + c] != y[size_t(r / 2) * width + c / 2] && ++bad <= 5) {
+          ADD_FAILURE() << "luma " << r << "," << c;
+        }
+      }
+    }
+    // The output chroma plane (width x height pairs) is the enlarged input
+    // chroma, cropped by one row and pair for odd sizes.
+    const int cw = (width + 1) / 2, ch = (height + 1) / 2;
+    ASSERT_EQ(VLPixelBufferGetWidthOfPlane(out, 1), size_t(width));
+    ASSERT_EQ(VLPixelBufferGetHeightOfPlane(out, 1), size_t(height));
+    for (int r = 0; r < height && bad < 5; ++r) {
+      for (int c = 0; c < width; ++c) {
+        for (int k = 0; k < 2; ++k) {
+          const uint8_t want = vorlith::oracle::Linear2xNvSample(uv.data(), 2 * cw, ch, cw, r, c, k);
+          if (uv2[size_t(r) * 2 * width + 2 * c + k] != want && ++bad <= 5) {
+            ADD_FAILURE() << "chroma " << r << "," << c << "," << k;
+          }
+        }
+      }
+    }
+  }
+
+  ResourceDirectory resources_{"nearest2x.onnx", "nearest2x.onnx"};
+  std::unique_ptr<SuperResolutionInterface> sr_;
+  std::mt19937 rng_{42};
+};
+
+TEST_F(PluginEndToEnd, EnlargesFramesOfEveryShapeExactly) {
+  // Table sizes, odd sizes, tiny frames, the largest accepted, and size
+  // changes in both directions (the tensor is rebuilt and reused).
+  for (auto [w, h] : std::vector<std::pair<int, int>>{{640, 360}, {641, 361}, {2, 2}, {1, 1},
+                                                      {33, 17}, {180, 320}, {640, 360}}) {
+    SCOPED_TRACE(testing::Message() << w << "x" << h);
+    EXPECT_EQ(RunFrame(w, h), SR_OK);
+    EXPECT_EQ(plugin()->frameWidth, w);
+  }
+  EXPECT_EQ(plugin()->frameCount, 7);
+}
+
+TEST_F(PluginEndToEnd, SizeLimitsAndFormat) {
+  EXPECT_EQ(RunFrame(1280, 1280, /*check_pixels=*/false), SR_OK);
+  _tagVideoData in = Record(nullptr, 1281, 10), out{};
+  EXPECT_EQ(sr_->ProcessData(&in, &out), SR_ERR_TOO_LARGE);
+  in = Record(nullptr, uint32_t(-640), 360);
+  EXPECT_EQ(sr_->ProcessData(&in, &out), SR_ERR_TOO_LARGE);
+  std::mt19937 rng(3);
+  VLPixelBufferRef frame = RandomFrame(64, 36, rng);
+  in = Record(frame, 64, 36);
+  in.format = 2;
+  EXPECT_EQ(sr_->ProcessData(&in, &out), SR_ERR_UNSUPPORTED);
+  EXPECT_EQ(plugin()->frameWidth, 64);  // the size change was taken before the format check
+  in.format = 1;
+  in.width = 66;  // record disagrees with its buffer
+  EXPECT_EQ(sr_->ProcessData(&in, &out), SR_ERR_UNSUPPORTED);
+  EXPECT_EQ(out.pixelBuffer, nullptr);
+  VLPixelBufferRelease(frame);
+}
+
+TEST_F(PluginEndToEnd, GovernorFallsBackThenRefusesOneSize) {
+  FakeClock clock;
+  clock.step = 31000;  // 31 ms a frame: over the full network's 30
+  for (int i = 0; i < 30; ++i) ASSERT_EQ(RunFrame(64, 36, false), SR_OK) << i;
+  EXPECT_EQ(RunFrame(64, 36, false), SR_OK);  // 31st frame: decides, still returns 0
+  EXPECT_EQ(plugin()->deviceType, 1);
+  EXPECT_EQ(plugin()->periodFrames, 0);
+  EXPECT_EQ(RunFrame(64, 36, false), SR_OK_LIGHT);
+
+  clock.step = 51000;  // over the light network's 50 ms
+  for (int i = 1; i < 30; ++i) ASSERT_EQ(RunFrame(64, 36, false), SR_OK_LIGHT) << i;
+  const int frames = plugin()->frameCount;
+  EXPECT_EQ(RunFrame(64, 36), SR_ERR_TOO_SLOW);  // processed, with output
+  EXPECT_EQ(plugin()->frameCount, frames);
+  EXPECT_EQ(plugin()->refusedWidth, 64);
+  EXPECT_EQ(RunFrame(64, 36), SR_ERR_TOO_SLOW);  // refused at once, out untouched
+  // Another size is processed, and since the period was not reset it is
+  // refused in its turn and replaces the first refusal.
+  EXPECT_EQ(RunFrame(48, 32), SR_ERR_TOO_SLOW);
+  EXPECT_EQ(plugin()->refusedWidth, 48);
+  // Only one size is refused at a time: the first is processed again (and,
+  // the mean still being over budget, refused again).
+  EXPECT_EQ(RunFrame(64, 36), SR_ERR_TOO_SLOW);
+  EXPECT_EQ(plugin()->refusedWidth, 64);
+
+  // Init clears the refusal.
+  ASSERT_EQ(sr_->Init(""), 0);
+  EXPECT_EQ(plugin()->refusedWidth, -1);
+}
+
+TEST_F(PluginEndToEnd, SetFrameStatusUndoesAFallback) {
+  FakeClock clock;
+  clock.step = 40000;
+  for (int i = 0; i < 31; ++i) ASSERT_EQ(RunFrame(32, 32, false), SR_OK);
+  EXPECT_EQ(plugin()->deviceType, 1);
+  clock.step = 1000;
+  EXPECT_EQ(RunFrame(32, 32, false), SR_OK_LIGHT);
+  sr_->SetFrameStatus();
+  EXPECT_EQ(RunFrame(32, 32, false), SR_OK);  // netType 0 re-applied
+  EXPECT_EQ(plugin()->deviceType, 2);
+  EXPECT_EQ(plugin()->periodFrames, 2);  // the period was not reset
+
+  sr_->SelectNetType(NET_TYPE_LIGHT);
+  sr_->SetFrameStatus();
+  EXPECT_EQ(RunFrame(32, 32, false), SR_OK_LIGHT);
+}
+
+TEST(Plugin, BrokenNetworksRefuseFramesWithoutLeaks) {
+  LogCapture log;
+  {
+    // Loads, but its tensors are not named "RTC_input" and "161".
+    ResourceDirectory resources("wrong_names.onnx", "wrong_names.onnx");
+    std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
+    ASSERT_EQ(sr->Init(""), 0);
+    ASSERT_NE(AsPlugin(sr.get())->fullModel, nullptr);
+    std::mt19937 rng(5);
+    VLPixelBufferRef frame = RandomFrame(16, 16, rng);
+    _tagVideoData in = Record(frame, 16, 16), out{};
+    EXPECT_EQ(sr->ProcessData(&in, &out), SR_ERR_UNSUPPORTED);
+    EXPECT_EQ(out.pixelBuffer, nullptr);
+    VLPixelBufferRelease(frame);
+  }
+  EXPECT_TRUE(log.lines.empty());
+  {
+    ResourceDirectory resources("unsupported_op.onnx", "nearest2x.onnx");
+    std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
+    ASSERT_EQ(sr->Init(""), 0);
+    EXPECT_EQ(AsPlugin(sr.get())->fullModel, nullptr);
+    EXPECT_NE(AsPlugin(sr.get())->lightModel, nullptr);
+  }
+  ASSERT_EQ(log.lines.size(), 1u);
+  EXPECT_NE(log.lines[0].find("RTC.onnx"), std::string::npos) << log.lines[0];
+  EXPECT_NE(log.lines[0].find("unsupported operator"), std::string::npos) << log.lines[0];
+}
+
+}  // namespace

@@ -1,0 +1,40 @@
+// Helpers for tests that drive the plug-in end to end: NV12 frames in pixel
+// buffers, and a resource directory holding chosen ONNX files under the
+// networks' names.
+#ifndef VORLITH_TESTS_SUPPORT_PLUGIN_FIXTURE_H_
+#define VORLITH_TESTS_SUPPORT_PLUGIN_FIXTURE_H_
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "vorlith/pixel_buffer.h"
+
+namespace vorlith::test {
+
+std::string FixturePath(const std::string& name);
+
+// A temporary directory with `full` copied to RTC.onnx and `light` to
+// RTC_degrade.onnx (either may be empty to leave it out), made the
+// library's resource directory for the object's lifetime.
+class ResourceDirectory {
+ public:
+  ResourceDirectory(const std::string& full, const std::string& light);
+  ~ResourceDirectory();
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+// A random NV12 frame in a new pixel buffer (one reference, the caller's).
+VLPixelBufferRef RandomFrame(int width, int height, std::mt19937& rng);
+
+// Copies plane `plane` of a buffer into a packed vector (rows of
+// width bytes, 2*width for the chroma plane).
+std::vector<uint8_t> PackedPlane(VLPixelBufferRef buffer, int plane);
+
+}  // namespace vorlith::test
+
+#endif  // VORLITH_TESTS_SUPPORT_PLUGIN_FIXTURE_H_
