@@ -20,7 +20,15 @@ TEST(Abi, ExportsTheKernelApiAndHidesInternals) {
        {"_Z15InitLanczos1p5xP14_StLanczos1p5x", "_Z16UInitLanczos1p5xP14_StLanczos1p5x",
         "_Z12Linear_2x_nvP14_StLanczos1p5xPhS1_iiii", "_Z24HResizeLinear_2x_nv_NEONPhPsii",
         "_Z18VResizeLinear_NEONP14_StLanczos1p5xPPsPhPKsiif", "_Z17CvtU8ToF32_STRIDEPhPfiiii",
-        "_Z17CvtF32ToU8_STRIDEPfPhiiii"}) {
+        "_Z17CvtF32ToU8_STRIDEPfPhiiii",
+        // Lanczos and bicubic resamplers.
+        "_Z23Lanczos2x_SingleChannelP14_StLanczos1p5xPhS1_ii",
+        "_Z21HResizeLanczos2x_NEONP14_StLanczos1p5xPhPiii",
+        "_Z21VResizeLanczos2x_NEONP14_StLanczos1p5xPPiPhPKsii",
+        "_Z20ResizeLanczos2x_NEONPhPiS_ii",
+        "_Z21HResizeLanczos2x_NEONPhPiiii",
+        "_Z21VResizeLanczos2x_NEONPPiPhPKsii",
+        "lanczos2xRowRing"}) {
     EXPECT_NE(dlsym(self, exported), nullptr) << exported;
   }
   for (const char* hidden : {"_ZN7vorlith15RunnableTargetsEv", "_ZN7vorlith16DispatchedTargetEv"}) {

@@ -4,8 +4,11 @@
 #ifndef VORLITH_RESIZE_H_
 #define VORLITH_RESIZE_H_
 
+#include <cstdint>
+
 #include "vorlith/export.h"
 #include "vorlith/kernel_context.h"
+#include "vorlith/lanes.h"
 
 // ---- NV12 chroma 2x bilinear ------------------------------------------------
 //
@@ -42,5 +45,78 @@ VORLITH_API void HResizeLinear_2x_nv_NEON(unsigned char* src, short* dst, int gr
 // part of the contract.
 VORLITH_API void VResizeLinear_NEON(_StLanczos1p5x* ctx, short** rowsBuf, unsigned char* dst,
                                     short const* weights, int groups, int tail, float scale);
+
+// ---- Lanczos and bicubic resamplers -----------------------------------------
+//
+// Separable fixed-ratio enlargers of 8-bit planes with Q11 integer taps (the
+// context's tapsLanczos* and tapsCubic* fields; see kernel_context.h). A
+// horizontal pass turns each source row into one row of unrounded Q11 int32
+// values; a ring of 8 (Lanczos) or 4 (bicubic) such rows, named through
+// rowIndex, feeds a vertical pass that rounds each Q22 sum
+//   acc = sum_k taps[k] * row[rowIndex[k]][x]   (32-bit, wrapping)
+// to a byte by one of two rules, both part of the contract:
+// - block rule, the first 8*blocks8 values of a row:
+//     y = trunc(float(acc) * 2^-22 + 0.5f) in single precision, clamped to
+//     0..255;
+// - remainder rule, the values after them:
+//     negative acc to 0, y = trunc(double(acc) * 2^-22 + 0.5), capped at 255.
+// They differ (by one) only where float(acc) rounds, i.e. above 2^24. The
+// drivers use blocks8 = (values per output row) / 8.
+//
+// Output pixel j of a row samples the source at a fixed phase of the ratio;
+// source indices outside the plane are clamped to the edge (replication), in
+// both directions. The drivers take packed planes (source stride W bytes,
+// output stride = output width) and `height` before `width`, check nothing
+// and allocate nothing: each names the ring scratch it needs from the
+// caller. ctx->workBuf must come from `new unsigned char[]`, because
+// UInitLanczos1p5x deletes it; calls sharing a context, or its workBuf, must
+// not overlap. Output widths are computed in double precision and truncated.
+//
+// Every driver accepts any width and height >= 1 (smaller ones write
+// nothing) and writes each output pixel by the clamped formula, planes
+// smaller than a ring's reach included. The ratios that step over pairs or
+// triples of source samples say how they treat the samples left over.
+
+// Process-wide ring indices of ResizeLanczos2x_NEON, read by the context-free
+// VResizeLanczos2x_NEON. A host calling that pass directly sets them first.
+VORLITH_API extern int32_t lanczos2xRowRing[8];
+
+// Lanczos 2x, one plane: dst is 2W x 2H. Even output j = 2m takes
+// tapsLanczos2x over source m-4 .. m+3, odd j = 2m+1 its mirror over
+// m-3 .. m+4, in both directions. Ring: ctx->workBuf of at least 16*W int32
+// (8 rows of 2W), indices ctx->rowIndex[0..7].
+VORLITH_API void Lanczos2x_SingleChannel(_StLanczos1p5x* ctx, unsigned char* src,
+                                         unsigned char* dst, int height, int width);
+
+// Horizontal pass of one row of W = 7 + 16*blocks16 + rest pixels into 2W
+// values (drivers pass blocks16 = (W-7)/16, rest = (W-7)%16). Output pairs
+// 2p+7, 2p+8 for p < 16*blocks16 use the taps in ctx->tapsLanczos2x (lane 0
+// of each); the other outputs use the constant taps. Reads exactly W bytes.
+VORLITH_API void HResizeLanczos2x_NEON(_StLanczos1p5x* ctx, unsigned char* src, int* dst,
+                                       int blocks16, int rest);
+
+// Vertical pass: 8*blocks8 + rest output bytes from rows[ctx->rowIndex[k]],
+// k = 0..7, with the 8 given taps (drivers: blocks8 = W/4, rest = 2W%8).
+VORLITH_API void VResizeLanczos2x_NEON(_StLanczos1p5x* ctx, int** rows, unsigned char* dst,
+                                       short const* taps, int blocks8, int rest);
+
+// Lanczos 2x of three interleaved channels (e.g. RGB; 3 bytes a pixel), each
+// channel on its own: dst is 2W x 2H pixels. Ring: `scratch` of at least
+// 48*W int32 (8 rows of 6W). Its ring indices live in the one process-wide
+// lanczos2xRowRing, so it must not run on two threads at once, nor beside a
+// direct call of the three-channel vertical pass.
+VORLITH_API void ResizeLanczos2x_NEON(unsigned char* src, int* scratch, unsigned char* dst,
+                                      int height, int width);
+
+// Horizontal pass of one three-channel row of
+// W = 7 + 16*blocks16 + 8*blocks8 + rest pixels into 6W values, interleaved
+// as the pixels are. Constant taps throughout.
+VORLITH_API void HResizeLanczos2x_NEON(unsigned char* src, int* dst, int rest, int blocks16,
+                                       int blocks8);
+
+// Vertical pass of the three-channel driver: 8*blocks8 + rest bytes from
+// rows[lanczos2xRowRing[k]] (drivers: blocks8 = 6W/8, rest = 6W%8).
+VORLITH_API void VResizeLanczos2x_NEON(int** rows, unsigned char* dst, short const* taps,
+                                       int blocks8, int rest);
 
 #endif  // VORLITH_RESIZE_H_

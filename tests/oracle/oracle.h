@@ -30,6 +30,31 @@ float U8ToF32(uint8_t v);
 // the wrapping rule of the last W%8.
 uint8_t F32ToU8(float v, bool body);
 
+// ---- Lanczos and bicubic resamplers ----
+enum class Resampler { kLanczos2x, kLanczos1p5x, kLanczos4d3x, kCubic1p5x, kCubic2x };
+
+// Output j of a row applies `taps` (Q11, `count` of them) to source samples
+// first .. first+count-1, indices clamped to the row.
+struct ResamplePhase {
+  int first;
+  int count;
+  const int32_t* taps;
+};
+ResamplePhase PhaseOf(Resampler r, int j);
+
+// Horizontal value of output j of a row of `size` samples `step` bytes apart.
+int64_t ResampleH(Resampler r, const uint8_t* row, int step, int size, int j);
+
+// Vertical Q22 sum for output row y over the horizontal values of output
+// column xh: the source rows are those of a plane of `height` rows, `stride`
+// bytes apart, `width` samples a row, `step` bytes apart.
+int64_t ResampleAcc(Resampler r, const uint8_t* plane, int stride, int step, int height,
+                    int width, int y, int xh);
+
+// The vertical rounding: the single-precision block rule or the
+// double-precision remainder rule.
+uint8_t ResampleRound(int32_t acc, bool block);
+
 }  // namespace vorlith::oracle
 
 #endif  // VORLITH_TESTS_ORACLE_ORACLE_H_
