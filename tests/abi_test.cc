@@ -28,6 +28,11 @@ TEST(Abi, ExportsTheKernelApiAndHidesInternals) {
         "_Z20ResizeLanczos2x_NEONPhPiS_ii",
         "_Z21HResizeLanczos2x_NEONPhPiiii",
         "_Z21VResizeLanczos2x_NEONPPiPhPKsii",
+        "_Z12Lanczos_1p5xP14_StLanczos1p5xPhS1_ii",
+        "_Z24HResizeLanczos_1p5x_NEONP14_StLanczos1p5xPhPiii",
+        "_Z24VResizeLanczos_1p5x_NEONP14_StLanczos1p5xPPiPhPKsii",
+        "_Z12Lanczos_4d3xP14_StLanczos1p5xPhS1_ii",
+        "_Z24HResizeLanczos_4d3x_NEONP14_StLanczos1p5xPhPiii",
         "lanczos2xRowRing"}) {
     EXPECT_NE(dlsym(self, exported), nullptr) << exported;
   }

@@ -51,6 +51,18 @@ const HPass kHPasses[] = {
        HResizeLanczos2x_NEON(c, s, d, (w - 7) / 16, (w - 7) % 16);
      },
      7, 2, [](int w) { return w >= 7 ? 16 * ((w - 7) / 16) : 0; }},
+    {"HResizeLanczos_1p5x_NEON", Resampler::kLanczos1p5x, [](int w) { return 3 * w / 2; },
+     [](int w) { return w % 2 == 0; },
+     [](_StLanczos1p5x* c, uint8_t* s, int32_t* d, int w) {
+       HResizeLanczos_1p5x_NEON(c, s, d, (w - 8) / 32, ((w - 8) % 32) / 2);
+     },
+     5, 3, [](int w) { return w >= 8 ? 16 * ((w - 8) / 32) : 0; }},
+    {"HResizeLanczos_4d3x_NEON", Resampler::kLanczos4d3x, [](int w) { return 4 * w / 3; },
+     [](int w) { return w % 3 == 0; },
+     [](_StLanczos1p5x* c, uint8_t* s, int32_t* d, int w) {
+       HResizeLanczos_4d3x_NEON(c, s, d, (w - 9) / 24, ((w - 9) / 3) % 8);
+     },
+     5, 4, [](int w) { return w >= 9 ? 8 * ((w - 9) / 24) : 0; }},
 };
 
 // Every width up to 90 the pass is meant for, including those below the
@@ -153,6 +165,7 @@ const VPass kVPasses[] = {
        VResizeLanczos2x_NEON(rows, dst, taps, b, r);
      },
      GlobalRing},
+    {"VResizeLanczos_1p5x_NEON", 8, VResizeLanczos_1p5x_NEON, ContextIndex},
 };
 
 class ResampleVerticalPasses : public testing::Test {

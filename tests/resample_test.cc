@@ -66,6 +66,14 @@ const std::vector<Driver>& Drivers() {
       {"ResizeLanczos2x_NEON", Resampler::kLanczos2x, 3, Twice, All,
        [](int w) { return size_t(48) * w; }, RunRgb,
        {7, 8, 22, 23, 24, 39, 100}, {8, 9}, {{1, 1}, {4, 3}, {6, 8}, {30, 5}}},
+      {"Lanczos_1p5x", Resampler::kLanczos1p5x, 1, ThreeHalves, Even,
+       [](int w) { return size_t(8) * ThreeHalves(w); }, WithWorkBuf<Lanczos_1p5x>,
+       {8, 10, 40, 42, 9, 41, 130}, {8, 10, 9},
+       {{1, 1}, {2, 2}, {4, 6}, {7, 3}, {3, 9}, {44, 1}, {12, 5}}},
+      {"Lanczos_4d3x", Resampler::kLanczos4d3x, 1, FourThirds, Thirds,
+       [](int w) { return size_t(8) * FourThirds(w); }, WithWorkBuf<Lanczos_4d3x>,
+       {9, 12, 33, 36, 10, 11, 99}, {9, 12, 10, 11},
+       {{1, 1}, {2, 2}, {3, 4}, {5, 7}, {8, 3}, {40, 2}}},
   };
   return drivers;
 }

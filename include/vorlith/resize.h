@@ -119,4 +119,50 @@ VORLITH_API void HResizeLanczos2x_NEON(unsigned char* src, int* dst, int rest, i
 VORLITH_API void VResizeLanczos2x_NEON(int** rows, unsigned char* dst, short const* taps,
                                        int blocks8, int rest);
 
+// Lanczos 1.5x, one plane: outW = 1.5*W, 3H/2 rows. With k = j/3, output
+// j = 3k takes A (tapsLanczos1p5xA, sum 2049) over source 2k-4 .. 2k+3,
+// 3k+1 takes B (tapsLanczos1p5xB, sum 2046) over 2k-3 .. 2k+4, 3k+2 the
+// mirror of A over 2k-2 .. 2k+5. Ring: ctx->workBuf of at least 8*outW int32,
+// indices ctx->rowIndex[0..7].
+// Odd sizes: an odd width's last source column is not read; the output is
+// floor(1.5*W) wide and its last column repeats the intermediate value of
+// the column before it (it may still round differently, being a remainder
+// value). An odd height's last source row is not read and the last of the
+// floor(1.5*H) output rows is not written. A width or height of 1 is
+// resized as it is.
+VORLITH_API void Lanczos_1p5x(_StLanczos1p5x* ctx, unsigned char* src, unsigned char* dst,
+                              int height, int width);
+
+// Horizontal pass of one row of W = 8 + 32*blocks16 + 2*pairs pixels into
+// 3W/2 values (drivers: blocks16 = (W-8)/32, pairs = ((W-8)%32)/2). Groups
+// g < 16*blocks16 (outputs 3g+5 .. 3g+7) use the context's taps, the rest
+// the constants. Reads exactly W bytes.
+VORLITH_API void HResizeLanczos_1p5x_NEON(_StLanczos1p5x* ctx, unsigned char* src, int* dst,
+                                          int blocks16, int pairs);
+
+// Vertical pass shared by 1.5x and 4/3x: as VResizeLanczos2x_NEON (drivers:
+// blocks8 = outW/8, rest = outW%8).
+VORLITH_API void VResizeLanczos_1p5x_NEON(_StLanczos1p5x* ctx, int** rows, unsigned char* dst,
+                                          short const* taps, int blocks8, int rest);
+
+// Lanczos 4/3x, one plane: outW = 4*W/3, 4H/3 rows. With k = j/4, output
+// j = 4k takes A (tapsLanczos4d3xA) over source 3k-4 .. 3k+3, 4k+1 B
+// (tapsLanczos4d3xB) over 3k-3 .. 3k+4, 4k+2 B mirrored over 3k-2 .. 3k+5,
+// 4k+3 A mirrored over 3k-1 .. 3k+6. Ring: ctx->workBuf of at least 8*outW
+// int32, indices ctx->rowIndex[0..7]; the vertical pass is the 1.5x one.
+// Sizes not a multiple of 3: with W % 3 == r, the last r source columns are
+// not read and the last r output columns repeat the last defined
+// intermediate value; with H % 3 == r, the last r source rows are not read
+// and only 4*(H-r)/3 of the floor(4*H/3) output rows are written. Widths or
+// heights below 3 are resized as they are.
+VORLITH_API void Lanczos_4d3x(_StLanczos1p5x* ctx, unsigned char* src, unsigned char* dst,
+                              int height, int width);
+
+// Horizontal pass of one row of W = 9 + 24*blocks8 + 3*groups pixels into
+// 4W/3 values (drivers: blocks8 = (W-9)/24, groups = ((W-9)/3)%8). Groups
+// g < 8*blocks8 (outputs 4g+5 .. 4g+8) use the context's taps. Reads exactly
+// W bytes.
+VORLITH_API void HResizeLanczos_4d3x_NEON(_StLanczos1p5x* ctx, unsigned char* src, int* dst,
+                                          int blocks8, int groups);
+
 #endif  // VORLITH_RESIZE_H_
