@@ -33,6 +33,11 @@ TEST(Abi, ExportsTheKernelApiAndHidesInternals) {
         "_Z24VResizeLanczos_1p5x_NEONP14_StLanczos1p5xPPiPhPKsii",
         "_Z12Lanczos_4d3xP14_StLanczos1p5xPhS1_ii",
         "_Z24HResizeLanczos_4d3x_NEONP14_StLanczos1p5xPhPiii",
+        "_Z14Cubic1p5x_NEONP14_StLanczos1p5xPhS1_ii",
+        "_Z12Cubic2x_NEONP14_StLanczos1p5xPhS1_ii",
+        "_Z15HCubic1p5x_NEONP14_StLanczos1p5xPhPiii",
+        "_Z13HCubic2x_NEONP14_StLanczos1p5xPhPiii",
+        "_Z11VCubic_NEONP14_StLanczos1p5xPPiPhPKsii",
         "lanczos2xRowRing"}) {
     EXPECT_NE(dlsym(self, exported), nullptr) << exported;
   }

@@ -63,6 +63,18 @@ const HPass kHPasses[] = {
        HResizeLanczos_4d3x_NEON(c, s, d, (w - 9) / 24, ((w - 9) / 3) % 8);
      },
      5, 4, [](int w) { return w >= 9 ? 8 * ((w - 9) / 24) : 0; }},
+    {"HCubic1p5x_NEON", Resampler::kCubic1p5x, [](int w) { return 3 * w / 2; },
+     [](int w) { return w % 2 == 0; },
+     [](_StLanczos1p5x* c, uint8_t* s, int32_t* d, int w) {
+       HCubic1p5x_NEON(c, s, d, (w - 4) / 16, ((w - 4) % 16) / 2);
+     },
+     2, 3, [](int w) { return w >= 4 ? 8 * ((w - 4) / 16) : 0; }},
+    {"HCubic2x_NEON", Resampler::kCubic2x, [](int w) { return 2 * w; },
+     [](int w) { return w >= 1; },
+     [](_StLanczos1p5x* c, uint8_t* s, int32_t* d, int w) {
+       HCubic2x_NEON(c, s, d, (w - 3) / 8, (w - 3) % 8);
+     },
+     3, 2, [](int w) { return w >= 3 ? 8 * ((w - 3) / 8) : 0; }},
 };
 
 // Every width up to 90 the pass is meant for, including those below the
@@ -166,6 +178,7 @@ const VPass kVPasses[] = {
      },
      GlobalRing},
     {"VResizeLanczos_1p5x_NEON", 8, VResizeLanczos_1p5x_NEON, ContextIndex},
+    {"VCubic_NEON", 4, VCubic_NEON, ContextIndex},
 };
 
 class ResampleVerticalPasses : public testing::Test {

@@ -74,6 +74,12 @@ const std::vector<Driver>& Drivers() {
        [](int w) { return size_t(8) * FourThirds(w); }, WithWorkBuf<Lanczos_4d3x>,
        {9, 12, 33, 36, 10, 11, 99}, {9, 12, 10, 11},
        {{1, 1}, {2, 2}, {3, 4}, {5, 7}, {8, 3}, {40, 2}}},
+      {"Cubic1p5x_NEON", Resampler::kCubic1p5x, 1, ThreeHalves, Even,
+       [](int w) { return size_t(4) * ThreeHalves(w); }, WithWorkBuf<Cubic1p5x_NEON>,
+       {3, 4, 11, 12, 19, 20, 66}, {4, 6, 5}, {{1, 1}, {2, 2}, {2, 3}, {30, 1}}},
+      {"Cubic2x_NEON", Resampler::kCubic2x, 1, Twice, All,
+       [](int w) { return size_t(8) * w; }, WithWorkBuf<Cubic2x_NEON>,
+       {3, 4, 11, 12, 19, 20, 67}, {3, 4}, {{1, 1}, {2, 2}, {1, 5}, {30, 2}}},
   };
   return drivers;
 }

@@ -165,4 +165,35 @@ VORLITH_API void Lanczos_4d3x(_StLanczos1p5x* ctx, unsigned char* src, unsigned 
 VORLITH_API void HResizeLanczos_4d3x_NEON(_StLanczos1p5x* ctx, unsigned char* src, int* dst,
                                           int blocks8, int groups);
 
+// Bicubic 1.5x, one plane: outW = 1.5*W, 3H/2 rows. With k = j/3, output
+// j = 3k takes A (tapsCubic1p5xA, sum 2047) over source 2k-2 .. 2k+1, 3k+1
+// takes B over 2k-1 .. 2k+2, 3k+2 the mirror of A over 2k .. 2k+3. Ring:
+// ctx->workBuf of at least 4*outW int32, indices ctx->rowIndex[0..3]. Odd
+// sizes as Lanczos_1p5x.
+VORLITH_API void Cubic1p5x_NEON(_StLanczos1p5x* ctx, unsigned char* src, unsigned char* dst,
+                                int height, int width);
+
+// Bicubic 2x, one plane: 2W x 2H. Even output j = 2m takes K (tapsCubic2x)
+// over source m-2 .. m+1, odd j = 2m+1 its mirror over m-1 .. m+2. Ring:
+// ctx->workBuf of at least 8*W int32, indices ctx->rowIndex[0..3].
+VORLITH_API void Cubic2x_NEON(_StLanczos1p5x* ctx, unsigned char* src, unsigned char* dst,
+                              int height, int width);
+
+// Horizontal pass of one row of W = 4 + 16*blocks8 + 2*groups pixels into
+// 3W/2 values (drivers: blocks8 = (W-4)/16, groups = ((W-4)%16)/2). Groups
+// g < 8*blocks8 (outputs 3g+2 .. 3g+4) use the context's taps.
+VORLITH_API void HCubic1p5x_NEON(_StLanczos1p5x* ctx, unsigned char* src, int* dst, int blocks8,
+                                 int groups);
+
+// Horizontal pass of one row of W = 3 + 8*blocks8 + rest pixels into 2W
+// values (drivers: blocks8 = (W-3)/8, rest = (W-3)%8). Output pairs 2p+3,
+// 2p+4 for p < 8*blocks8 use the context's taps.
+VORLITH_API void HCubic2x_NEON(_StLanczos1p5x* ctx, unsigned char* src, int* dst, int blocks8,
+                               int rest);
+
+// Vertical pass of the bicubic drivers: 8*blocks8 + rest bytes from
+// rows[ctx->rowIndex[k]], k = 0..3, with the 4 given taps.
+VORLITH_API void VCubic_NEON(_StLanczos1p5x* ctx, int** rows, unsigned char* dst,
+                             short const* taps, int blocks8, int rest);
+
 #endif  // VORLITH_RESIZE_H_
