@@ -41,6 +41,36 @@ TEST(Abi, ExportsTheKernelApiAndHidesInternals) {
         "lanczos2xRowRing"}) {
     EXPECT_NE(dlsym(self, exported), nullptr) << exported;
   }
+  // The vector steps: their lane types mangle as the Arm vector types on
+  // aarch64 (a const one as GCC's generic vector type) and as the lane
+  // structs elsewhere.
+#if defined(__aarch64__)
+#define VORLITH_I32X4 "11__Int32x4_t"
+#define VORLITH_CI32X4 "Dv4_i"
+#define VORLITH_CALCULATION_ARGS "PKDv4_iR11__Int32x4_t"
+#else
+#define VORLITH_I32X4 "7int32x4"
+#define VORLITH_CI32X4 "7int32x4"
+#define VORLITH_CALCULATION_ARGS "PK7int32x4RS_"
+#endif
+  for (const char* exported :
+       {"_Z9NEON_LOADPhP" VORLITH_I32X4, "_Z8NEON_CALP14_StLanczos1p5xPK" VORLITH_CI32X4 "Pi",
+        "_Z13H_NEON_LOAD_SPhP" VORLITH_I32X4, "_Z17NEON_CALCULATION1" VORLITH_CALCULATION_ARGS,
+        "_Z17NEON_CALCULATION2" VORLITH_CALCULATION_ARGS,
+        "_Z22u8_2x_to_s32_NEON_8LENPhR" VORLITH_I32X4 "S1_S1_S1_",
+        "_Z15H_1p5x_NEON_CALP14_StLanczos1p5xPK" VORLITH_CI32X4 "Pi",
+        "_Z22u8_3x_to_s32_NEON_8LENPhP" VORLITH_I32X4,
+        "_Z24u8_3x_0_to_s32_NEON_8LENPhR" VORLITH_I32X4 "S1_",
+        "_Z15H_4d3x_NEON_CALP14_StLanczos1p5xPK" VORLITH_CI32X4 "Pi",
+        "_Z19u8_to_s32_NEON_8LENPhR" VORLITH_I32X4 "S1_",
+        "_Z31u8_2x_to_s32_NEON_8LEN_FirstRowPhR" VORLITH_I32X4 "S1_",
+        "_Z19HCubic1p5x_NEON_CALP14_StLanczos1p5xPK" VORLITH_CI32X4 "Pi",
+        "_Z17HCubic2x_NEON_CALP14_StLanczos1p5xPK" VORLITH_CI32X4 "Pi"}) {
+    EXPECT_NE(dlsym(self, exported), nullptr) << exported;
+  }
+#undef VORLITH_I32X4
+#undef VORLITH_CI32X4
+#undef VORLITH_CALCULATION_ARGS
   for (const char* hidden : {"_ZN7vorlith15RunnableTargetsEv", "_ZN7vorlith16DispatchedTargetEv"}) {
     EXPECT_EQ(dlsym(self, hidden), nullptr) << hidden;
   }

@@ -196,4 +196,47 @@ VORLITH_API void HCubic2x_NEON(_StLanczos1p5x* ctx, unsigned char* src, int* dst
 VORLITH_API void VCubic_NEON(_StLanczos1p5x* ctx, int** rows, unsigned char* dst,
                              short const* taps, int blocks8, int rest);
 
+// Single vector steps of the horizontal passes, on 4-lane values. "in[k]"
+// is an array of vectors; lane i of in[k] holds the pixel at offset k from
+// the i-th position (or group) of the step. Products and sums wrap.
+//
+// out[2k], out[2k+1] = src[k .. k+3], src[k+4 .. k+7] widened, k = 0..3
+// (reads 11 bytes).
+VORLITH_API void NEON_LOAD(unsigned char* src, int32x4* out);
+// in[0..7] at offsets 0..7 of four positions: dst[2i] = mirrored taps,
+// dst[2i+1] = ctx->tapsLanczos2x, both over in[0..7] lane i (8 values).
+VORLITH_API void NEON_CAL(_StLanczos1p5x* ctx, int32x4 const* in, int* dst);
+// 8 three-byte pixels: out[2c], out[2c+1] = channel c of pixels 0..3, 4..7.
+VORLITH_API void H_NEON_LOAD_S(unsigned char* src, int32x4* out);
+// out = sum_k T[k] * in[k] (the constant 2x taps), and with the mirror M.
+VORLITH_API void NEON_CALCULATION1(int32x4 const* in, int32x4& out);
+VORLITH_API void NEON_CALCULATION2(int32x4 const* in, int32x4& out);
+// 16 bytes: even-indexed and odd-indexed pixels, each widened to two vectors.
+VORLITH_API void u8_2x_to_s32_NEON_8LEN(unsigned char* src, int32x4& evenLo, int32x4& evenHi,
+                                        int32x4& oddLo, int32x4& oddHi);
+// in[0..8] at pixel offsets 0..8 of four 2-pixel groups: for group i,
+// dst[3i] = A mirrored over in[0..7], dst[3i+1] = A over in[0..7],
+// dst[3i+2] = B over in[1..8] (context's 1.5x taps; 12 values).
+VORLITH_API void H_1p5x_NEON_CAL(_StLanczos1p5x* ctx, int32x4 const* in, int* dst);
+// 24 bytes: out[2p], out[2p+1] = pixels 3i+p for i = 0..3, 4..7, p = 0..2.
+VORLITH_API void u8_3x_to_s32_NEON_8LEN(unsigned char* src, int32x4* out);
+// Pixels 3i, i = 0..7, widened (reads 22 bytes).
+VORLITH_API void u8_3x_0_to_s32_NEON_8LEN(unsigned char* src, int32x4& lo, int32x4& hi);
+// in[0..9] at pixel offsets 0..9 of four 3-pixel groups: for group i,
+// dst[4i] = B over in[0..7], dst[4i+1] = B mirrored over in[1..8],
+// dst[4i+2] = A mirrored over in[2..9], dst[4i+3] = A over in[2..9]
+// (context's 4/3x taps; 16 values).
+VORLITH_API void H_4d3x_NEON_CAL(_StLanczos1p5x* ctx, int32x4 const* in, int* dst);
+// 8 consecutive bytes widened.
+VORLITH_API void u8_to_s32_NEON_8LEN(unsigned char* src, int32x4& lo, int32x4& hi);
+// The 8 even-indexed of 16 bytes widened (reads 15 bytes).
+VORLITH_API void u8_2x_to_s32_NEON_8LEN_FirstRow(unsigned char* src, int32x4& lo, int32x4& hi);
+// in[0..4] at pixel offsets 0..4 of four 2-pixel groups: dst[3i] = A
+// mirrored over in[0..3], dst[3i+1] = A over in[0..3], dst[3i+2] = B over
+// in[1..4] (context's cubic 1.5x taps; 12 values).
+VORLITH_API void HCubic1p5x_NEON_CAL(_StLanczos1p5x* ctx, int32x4 const* in, int* dst);
+// in[0..3] at offsets 0..3 of four positions: dst[2i] = K mirrored,
+// dst[2i+1] = K (ctx->tapsCubic2x), over in[0..3] lane i (8 values).
+VORLITH_API void HCubic2x_NEON_CAL(_StLanczos1p5x* ctx, int32x4 const* in, int* dst);
+
 #endif  // VORLITH_RESIZE_H_
