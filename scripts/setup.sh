@@ -4,7 +4,7 @@
 # only what is missing, so it is cheap to run again.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ pkg-config libhwy-dev libgtest-dev libbenchmark-dev libyuv-dev)
+packages=(cmake ninja-build g++ pkg-config libhwy-dev libgtest-dev libbenchmark-dev libyuv-dev libopencv-dev)
 packages+=(libonnx-dev libprotobuf-dev libxnnpack-dev libpthreadpool-dev)
 cross=0
 for arg in "$@"; do
