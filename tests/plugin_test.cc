@@ -297,6 +297,32 @@ TEST_F(PluginEndToEnd, SetFrameStatusUndoesAFallback) {
   EXPECT_EQ(RunFrame(32, 32, false), SR_OK_LIGHT);
 }
 
+TEST(Plugin, OutputLumaSaturatesInTheBodyAndWrapsInTheLastColumns) {
+  // The affine fixture gives 2*Y - 100 in each 2x2 block: values from -100 to
+  // 410. The first 8*(W2/8) output columns saturate, the last W2%8 wrap.
+  ResourceDirectory resources("nearest2x_affine.onnx", "nearest2x_affine.onnx");
+  std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
+  ASSERT_EQ(sr->Init(""), 0);
+  std::mt19937 rng(9);
+  for (auto [w, h] : std::vector<std::pair<int, int>>{{641, 3}, {2, 2}, {5, 4}}) {
+    SCOPED_TRACE(testing::Message() << w << "x" << h);
+    VLPixelBufferRef frame = RandomFrame(w, h, rng);
+    _tagVideoData in = Record(frame, w, h), out{};
+    ASSERT_EQ(sr->ProcessData(&in, &out), SR_OK);
+    const std::vector<uint8_t> y = PackedPlane(frame, 0), y2 = PackedPlane(out.pixelBuffer, 0);
+    const int w2 = 2 * w, body = w2 / 8 * 8;
+    for (int r = 0; r < 2 * h; ++r) {
+      for (int c = 0; c < w2; ++c) {
+        const float value = 2.0f * y[size_t(r / 2) * w + c / 2] - 100.0f;
+        ASSERT_EQ(y2[size_t(r) * w2 + c], vorlith::oracle::F32ToU8(value, c < body))
+            << r << "," << c << " value " << value;
+      }
+    }
+    VLPixelBufferRelease(out.pixelBuffer);
+    VLPixelBufferRelease(frame);
+  }
+}
+
 TEST(Plugin, BrokenNetworksRefuseFramesWithoutLeaks) {
   LogCapture log;
   {
