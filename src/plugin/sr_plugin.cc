@@ -168,9 +168,9 @@ int SRPlugin::ProcessData(_tagVideoData* in, _tagVideoData* out) {
   }
   if (in->format != 1) return SR_ERR_UNSUPPORTED;
 
-  // Beyond the original contract: a frame whose buffer does not match its
-  // record, or that has no tensor to go into, is refused before anything is
-  // created, rather than overrunning the tensor.
+  // A frame whose buffer does not match its record, or that has no tensor to
+  // go into, is refused before anything is created, rather than overrunning
+  // the tensor.
   VLPixelBufferRef source = in->pixelBuffer;
   const size_t w = VLPixelBufferGetWidthOfPlane(source, 0);
   const size_t h = VLPixelBufferGetHeightOfPlane(source, 0);
@@ -211,8 +211,7 @@ int SRPlugin::ProcessData(_tagVideoData* in, _tagVideoData* out) {
       budgetMs = vorlith::kFullBudgetMs;
       if (fullModel) output = fullModel->predictionFromRTC_input(inputTensor)->_161;
     }
-    // Beyond the original contract: a failed prediction is reported instead of
-    // read through.
+    // A failed prediction is reported instead of read through.
     const std::vector<int64_t> want = {1, 1, 2 * int64_t{modelHeight}, 2 * int64_t{modelWidth}};
     if (output == nullptr || output->shape() != want) {
       output.reset();
