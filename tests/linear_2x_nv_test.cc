@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/oracle/oracle.h"
+#include "tests/support/context.h"
 #include "tests/support/guarded.h"
 #include "tests/support/targets.h"
 #include "vorlith/kernels.h"
@@ -20,15 +21,7 @@ using vorlith::test::GuardedBytes;
 
 constexpr uint8_t kSentinel = 0xA7;
 
-class Context {
- public:
-  Context() { InitLanczos1p5x(&ctx_); }
-  ~Context() { UInitLanczos1p5x(&ctx_); }
-  _StLanczos1p5x* get() { return &ctx_; }
-
- private:
-  _StLanczos1p5x ctx_{};
-};
+using vorlith::test::Context;
 
 // Runs Linear_2x_nv on a random plane against the per-pixel oracle. The
 // source ends flush against a guard page, and so does the destination, whose

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/oracle/oracle.h"
+#include "tests/support/context.h"
 #include "tests/support/guarded.h"
 #include "tests/support/targets.h"
 #include "vorlith/kernels.h"
@@ -21,15 +22,7 @@ using vorlith::test::ForEachTarget;
 using vorlith::test::Guarded;
 using vorlith::test::GuardedBytes;
 
-class Context {
- public:
-  Context() { InitLanczos1p5x(&ctx_); }
-  ~Context() { UInitLanczos1p5x(&ctx_); }
-  _StLanczos1p5x* get() { return &ctx_; }
-
- private:
-  _StLanczos1p5x ctx_{};
-};
+using vorlith::test::Context;
 
 // One exported horizontal pass with the counts a driver passes for width w,
 // and the outputs its vector body (context taps) covers.

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/oracle/oracle.h"
+#include "tests/support/context.h"
 #include "tests/support/guarded.h"
 #include "tests/support/targets.h"
 #include "vorlith/kernels.h"
@@ -84,15 +85,7 @@ const std::vector<Driver>& Drivers() {
   return drivers;
 }
 
-class Context {
- public:
-  Context() { InitLanczos1p5x(&ctx_); }
-  ~Context() { UInitLanczos1p5x(&ctx_); }
-  _StLanczos1p5x* get() { return &ctx_; }
-
- private:
-  _StLanczos1p5x ctx_{};
-};
+using vorlith::test::Context;
 
 enum class Image { kRandom, kEdges };
 
