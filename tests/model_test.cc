@@ -73,6 +73,9 @@ TEST(NetworkWrappers, SingleBatchAndAsynchronousPrediction) {
   auto rtc = vorlith::RTC::initWithContentsOfURL(FixturePath("nearest2x.onnx"), config);
   ASSERT_NE(rtc, nullptr);
   EXPECT_EQ(rtc->model()->inputName(), "RTC_input");
+  // Shapes come from the graph alone and agree with what a run gives.
+  EXPECT_EQ(rtc->model()->outputShapeForInputShape({1, 1, 3, 4}), (std::vector<int64_t>{1, 1, 6, 8}));
+  EXPECT_TRUE(rtc->model()->outputShapeForInputShape({3, 4}).empty());
 
   auto out = rtc->predictionFromRTC_input(Luma(3, 4));
   ASSERT_NE(out->_161, nullptr);

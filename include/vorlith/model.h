@@ -134,6 +134,10 @@ class VORLITH_API Model {
 
   const std::string& inputName() const;
   const std::string& outputName() const;
+  // The shape of outputName() for an input of `input_shape` ([1, 1, H, W]),
+  // worked out from the graph without running it; empty for a shape that
+  // does not have four dimensions.
+  std::vector<int64_t> outputShapeForInputShape(const std::vector<int64_t>& input_shape) const;
 
   // Runs the network on the input feature named by inputName(), a [1, 1, H, W]
   // float32 array; returns a provider holding outputName(). Null with *error

@@ -126,6 +126,9 @@ void Model::loadContentsOfURL(
 
 const std::string& Model::inputName() const { return network_->InputName(); }
 const std::string& Model::outputName() const { return network_->OutputName(); }
+std::vector<int64_t> Model::outputShapeForInputShape(const std::vector<int64_t>& input_shape) const {
+  return network_->OutputShape(input_shape);
+}
 
 std::shared_ptr<FeatureProvider> Model::predictionFromFeatures(const FeatureProvider& input,
                                                                const PredictionOptions& /*options*/,

@@ -26,6 +26,11 @@ class Network {
   virtual const std::string& InputName() const = 0;
   virtual const std::string& OutputName() const = 0;
 
+  // The output shape ([1, C, H', W']) the network gives for an input of
+  // `input_shape` ([1, 1, H, W]), from the graph alone: nothing runs. Empty
+  // when `input_shape` does not have four dimensions.
+  virtual std::vector<int64_t> OutputShape(const std::vector<int64_t>& input_shape) const = 0;
+
   // Runs the network on a float32 NCHW input of shape `input_shape`
   // ([1, C, H, W]). The XNNPACK runtime is built on the first call and
   // rebuilt only when the input shape changes. On success fills `output`

@@ -63,6 +63,12 @@ class XnnNetwork final : public Network {
   const std::string& InputName() const override { return graph_.input_name; }
   const std::string& OutputName() const override { return graph_.output_name; }
 
+  std::vector<int64_t> OutputShape(const std::vector<int64_t>& input_shape) const override {
+    if (input_shape.size() != 4) return {};
+    const Activation& out = graph_.activations[graph_.output];
+    return {1, out.channels, out.height.At(input_shape[2]), out.width.At(input_shape[3])};
+  }
+
   bool Run(const float* input, const std::vector<int64_t>& input_shape, std::vector<float>* output,
            std::vector<int64_t>* output_shape, std::string* error) override {
     std::string scratch;
