@@ -6,6 +6,9 @@ set -euo pipefail
 
 packages=(cmake ninja-build g++ pkg-config libhwy-dev libgtest-dev libbenchmark-dev libyuv-dev libopencv-dev)
 packages+=(libonnx-dev libprotobuf-dev libxnnpack-dev libpthreadpool-dev)
+# The command-line host: FFmpeg's libraries, its parser, and ffmpeg/ffprobe for
+# its tests.
+packages+=(libavformat-dev libavcodec-dev libswscale-dev libavutil-dev libcli11-dev ffmpeg)
 cross=0
 for arg in "$@"; do
   case "$arg" in

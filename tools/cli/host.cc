@@ -1,0 +1,143 @@
+#include "tools/cli/host.h"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <numeric>
+
+namespace vorlith::cli {
+
+const char* PathName(Path path) {
+  switch (path) {
+    case Path::kFull: return "full";
+    case Path::kLight: return "light";
+    case Path::kBilinear: return "bilinear";
+  }
+  return "?";
+}
+
+double HostStats::MeanMs() const {
+  return ms.empty() ? 0.0 : std::accumulate(ms.begin(), ms.end(), 0.0) / double(ms.size());
+}
+
+double HostStats::PercentileMs(double p) const {
+  if (ms.empty()) return 0.0;
+  std::vector<double> sorted = ms;
+  std::sort(sorted.begin(), sorted.end());
+  const size_t rank = static_cast<size_t>(std::ceil(p / 100.0 * double(sorted.size())));
+  return sorted[std::clamp<size_t>(rank, 1, sorted.size()) - 1];
+}
+
+NetworkSearch FindNetworks() {
+  namespace fs = std::filesystem;
+  NetworkSearch search;
+  Dl_info info{};
+  if (dladdr(reinterpret_cast<void*>(&SuperResolutionInterface::Create), &info) != 0 &&
+      info.dli_fname != nullptr) {
+    std::error_code ec;
+    fs::path file = fs::canonical(info.dli_fname, ec);
+    if (ec) file = info.dli_fname;
+    const fs::path dir = file.parent_path();
+    search.directories = {dir.string(), (dir.parent_path() / "share" / "vorlith").string()};
+  }
+#ifdef VORLITH_INSTALL_DATADIR
+  search.directories.push_back(VORLITH_INSTALL_DATADIR);
+#endif
+  for (const char* name : {"RTC.onnx", "RTC_degrade.onnx"}) {
+    bool found = false;
+    for (const std::string& dir : search.directories) {
+      std::error_code ec;
+      found = found || fs::is_regular_file(fs::path(dir) / name, ec);
+    }
+    if (!found) search.missing.push_back(name);
+  }
+  return search;
+}
+
+PluginHost::PluginHost(std::unique_ptr<SuperResolutionInterface> plugin, NetType net)
+    : plugin_(std::move(plugin)), net_(net) {
+  plugin_->SelectNetType(net_);
+  plugin_->Init("");
+  on_light_ = net_ == NET_TYPE_LIGHT;
+}
+
+std::unique_ptr<PluginHost> PluginHost::CreateDefault(NetType net) {
+  return std::make_unique<PluginHost>(
+      std::unique_ptr<SuperResolutionInterface>(SuperResolutionInterface::Create()), net);
+}
+
+namespace {
+
+// Why the plug-in could not run: the library decides where its networks are;
+// this only names what a user should look at.
+std::string NetworkTrouble() {
+  const NetworkSearch search = FindNetworks();
+  std::string where;
+  for (size_t i = 0; i < search.directories.size(); ++i) {
+    where += (i == 0 ? "" : i + 1 == search.directories.size() ? " or " : ", ") + search.directories[i];
+  }
+  if (search.missing.empty()) {
+    return "its networks (RTC.onnx, RTC_degrade.onnx in " + where +
+           ") are damaged or use an operator the runtime lacks";
+  }
+  std::string names;
+  for (size_t i = 0; i < search.missing.size(); ++i) names += (i ? " and " : "") + search.missing[i];
+  return names + " not found in " + where;
+}
+
+}  // namespace
+
+Enlarged PluginHost::Enlarge(const Frame& in) {
+  Enlarged result;
+  _tagVideoData src{};
+  src.width = static_cast<uint32_t>(in.width());
+  src.height = static_cast<uint32_t>(in.height());
+  src.pixelBuffer = in.get();
+  src.format = 1;
+  _tagVideoData dst{};
+  dst.pixelBuffer = nullptr;  // left untouched unless a frame comes back
+
+  const auto start = std::chrono::steady_clock::now();
+  result.status = plugin_->ProcessData(&src, &dst);
+  Frame produced(dst.pixelBuffer);
+  switch (result.status) {
+    case SR_OK:
+    case SR_OK_LIGHT:
+      result.path = result.status == SR_OK ? Path::kFull : Path::kLight;
+      break;
+    case SR_ERR_TOO_SLOW:
+      // The frame on which the governor refuses still comes back enlarged;
+      // later frames of its size come back with nothing.
+      ++stats_.refused;
+      result.refused_here = bool(produced);
+      result.path = produced ? Path::kLight : Path::kBilinear;
+      if (!produced) produced = BilinearEnlarge(in, ctx_);
+      break;
+    case SR_ERR_TOO_LARGE:
+      throw CliError(kExitTooLarge, "the plug-in refused a " + std::to_string(in.width()) + "x" +
+                                        std::to_string(in.height()) +
+                                        " frame: frames may be at most " +
+                                        std::to_string(kMaxSide) + " pixels wide and tall");
+    default:
+      throw CliError(kExitNoNetwork, "the plug-in could not enlarge frame " +
+                                         std::to_string(stats_.frames + 1) + " (ProcessData returned " +
+                                         std::to_string(result.status) + "): " + NetworkTrouble());
+  }
+  result.ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+                  .count();
+  if (result.path == Path::kLight && !on_light_) {
+    result.fell_back = true;
+    ++stats_.fallbacks;
+  }
+  if (result.path != Path::kBilinear) on_light_ = result.path == Path::kLight;
+  result.frame = std::move(produced);
+  ++stats_.frames;
+  ++stats_.per_path[static_cast<int>(result.path)];
+  stats_.ms.push_back(result.ms);
+  return result;
+}
+
+}  // namespace vorlith::cli

@@ -1,0 +1,116 @@
+// vorlith: enlarges videos and images 2x through the Vorlith plug-in.
+//
+//   vorlith upscale INPUT OUTPUT [--net full|light] [--frames N] [--start T] ...
+//   vorlith image INPUT.png OUTPUT.png
+//   vorlith compare INPUT OUTPUT.png
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+extern "C" {
+#include <libavutil/log.h>
+#include <libavutil/parseutils.h>
+}
+
+#include "tools/cli/commands.h"
+
+namespace {
+
+using vorlith::cli::CliError;
+using vorlith::cli::Options;
+
+void OnSignal(int) { vorlith::cli::g_interrupted = true; }
+
+void AddCommon(CLI::App* command, Options& options, std::string& net) {
+  command->add_option("INPUT", options.input, "a file FFmpeg can read")->required();
+  command->add_option("OUTPUT", options.output, "the file to write")->required();
+  command->add_option("--net", net, "network to start with")
+      ->check(CLI::IsMember({"full", "light"}))
+      ->capture_default_str();
+  command->add_flag("--fit", options.fit,
+                    "shrink frames above 1280 pixels wide or tall to fit, instead of failing");
+  command->add_flag("-q,--quiet", options.quiet, "print nothing but errors");
+}
+
+double ParseStart(const std::string& text) {
+  if (text.empty()) return 0;
+  int64_t us = 0;
+  if (av_parse_time(&us, text.c_str(), 1) < 0 || us < 0) {
+    throw CliError(vorlith::cli::kExitUsage,
+                   "--start takes seconds or [HH:]MM:SS[.m...], not " + text);
+  }
+  return double(us) / 1e6;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"vorlith: enlarges videos and images 2x with the Vorlith plug-in.", "vorlith"};
+  app.require_subcommand(1);
+  app.set_version_flag("--version", "vorlith 1.0.0");
+  app.footer(
+      "Exit status: 0 done; 1 unreadable, damaged or truncated input, or unwritable output;\n"
+      "2 bad command line; 3 frame above 1280 pixels without --fit; 4 networks missing or\n"
+      "unusable; 130 interrupted. Output is written under OUTPUT.part and renamed when complete.");
+
+  Options options;
+  std::string net = "full", start;
+
+  CLI::App* upscale = app.add_subcommand("upscale", "enlarge a video 2x, keeping its timing and audio");
+  AddCommon(upscale, options, net);
+  upscale->add_option("--frames", options.frames, "stop after N frames")->check(CLI::PositiveNumber);
+  upscale->add_option("--start", start, "start at T (seconds or [HH:]MM:SS[.m...])");
+  upscale->add_option("--threads", options.encode.threads,
+                      "decoder and encoder threads (0: automatic; the networks use every core)")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
+  upscale->add_flag("--stats", options.stats,
+                    "one line per frame: milliseconds, network, governor events");
+  upscale->add_option("--codec", options.encode.codec,
+                      "h264 or ffv1 (lossless); default: raw for .y4m, otherwise h264")
+      ->check(CLI::IsMember({"h264", "ffv1", "raw"}));
+  upscale->add_option("--crf", options.encode.crf, "H.264 quality, 0 (lossless) to 51")
+      ->check(CLI::Range(0, 51))
+      ->capture_default_str();
+  upscale->add_option("--preset", options.encode.preset, "H.264 speed preset (x264's names)")
+      ->capture_default_str();
+
+  CLI::App* image = app.add_subcommand("image", "enlarge a PNG or JPEG still 2x");
+  AddCommon(image, options, net);
+
+  CLI::App* compare = app.add_subcommand(
+      "compare", "write a PNG of one frame's crop: bicubic 2x beside the network's 2x");
+  AddCommon(compare, options, net);
+  compare->add_option("--start", start, "take the frame at T");
+  compare->add_option("--crop", options.crop, "WxH or WxH+X+Y in input pixels (default: 320x180, centred)");
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    const int status = app.exit(e);
+    return status == 0 ? 0 : vorlith::cli::kExitUsage;
+  }
+
+  std::signal(SIGINT, OnSignal);
+  std::signal(SIGTERM, OnSignal);
+  av_log_set_level(options.quiet ? AV_LOG_QUIET : AV_LOG_ERROR);
+  try {
+    options.net = net == "light" ? NET_TYPE_LIGHT : NET_TYPE_FULL;
+    options.start_seconds = ParseStart(start);
+    if (*upscale) vorlith::cli::RunUpscale(options);
+    if (*image) vorlith::cli::RunImage(options);
+    if (*compare) vorlith::cli::RunCompare(options);
+  } catch (const CliError& e) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "vorlith: %s\n", e.what());
+    return e.code();
+  } catch (const std::exception& e) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "vorlith: %s\n", e.what());
+    return vorlith::cli::kExitFailure;
+  }
+  return 0;
+}
