@@ -1,0 +1,168 @@
+// The command-line host's side of the plug-in contract, against a scripted
+// plug-in: which path enlarged each frame, what the governor's decisions
+// do to the output, and the errors that stop a run.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "tests/support/plugin_fixture.h"
+#include "tools/cli/host.h"
+#include "vorlith/resize.h"
+
+namespace vorlith::cli {
+namespace {
+
+constexpr int kReturnsNothing = 1000;  // script entry: 41 without an output frame
+
+// Returns the scripted status for each frame; on 0, 3 and a refusal with a
+// frame it hands back a 2x buffer whose luma is the status code.
+class ScriptedPlugin : public SuperResolutionInterface {
+ public:
+  explicit ScriptedPlugin(std::vector<int> script) : script_(std::move(script)) {}
+  int GetSupportFormat() override { return 1; }
+  int SelectNetType(NetType) override { return 0; }
+  int Init(std::string) override { return 0; }
+  int Clear() override { return 0; }
+  int SetFrameStatus() override { return 0; }
+  int GetDeviceType() override { return 1; }
+  int ProcessData(_tagVideoData* in, _tagVideoData* out) override {
+    const int step = script_.at(next_++);
+    if (step == kReturnsNothing) return SR_ERR_TOO_SLOW;
+    if (step != SR_OK && step != SR_OK_LIGHT && step != SR_ERR_TOO_SLOW) return step;
+    Frame frame = Frame::Create(2 * in->width, 2 * in->height);
+    {
+      FrameLock lock(frame);
+      std::memset(frame.plane(0), step, size_t(frame.stride(0)) * frame.height());
+    }
+    out->pixelBuffer = VLPixelBufferRetain(frame.get());
+    out->width = 2 * in->width;
+    out->height = 2 * in->height;
+    return step;
+  }
+
+ private:
+  std::vector<int> script_;
+  size_t next_ = 0;
+};
+
+Frame RandomFrame(int width, int height, unsigned seed) {
+  std::mt19937 rng(seed);
+  return Frame(test::RandomFrame(width, height, rng));
+}
+
+TEST(PluginHost, FollowsTheGovernorAndFillsRefusedFramesBilinearly) {
+  PluginHost host(std::make_unique<ScriptedPlugin>(std::vector<int>{
+                      SR_OK, SR_OK, SR_OK_LIGHT, SR_OK_LIGHT, SR_ERR_TOO_SLOW, kReturnsNothing,
+                      kReturnsNothing}),
+                  NET_TYPE_FULL);
+  const Frame in = RandomFrame(37, 21, 1);
+  KernelContext ctx;
+  const Frame bilinear = BilinearEnlarge(in, ctx);
+  const std::vector<uint8_t> bilinear_y = test::PackedPlane(bilinear.get(), 0);
+
+  const Path want_path[] = {Path::kFull,  Path::kFull,     Path::kLight,   Path::kLight,
+                            Path::kLight, Path::kBilinear, Path::kBilinear};
+  for (int i = 0; i < 7; ++i) {
+    SCOPED_TRACE(i);
+    const Enlarged e = host.Enlarge(in);
+    EXPECT_EQ(e.path, want_path[i]);
+    EXPECT_EQ(e.fell_back, i == 2);
+    EXPECT_EQ(e.refused_here, i == 4);
+    ASSERT_TRUE(e.frame);
+    ASSERT_EQ(e.frame.width(), 74);
+    ASSERT_EQ(e.frame.height(), 42);
+    const std::vector<uint8_t> y = test::PackedPlane(e.frame.get(), 0);
+    if (e.path == Path::kBilinear) {
+      EXPECT_EQ(y, bilinear_y);
+    } else {
+      // The plug-in's own frame, the refusing one included.
+      EXPECT_EQ(y, std::vector<uint8_t>(y.size(), static_cast<uint8_t>(e.status)));
+    }
+  }
+  const HostStats& stats = host.stats();
+  EXPECT_EQ(stats.frames, 7);
+  EXPECT_EQ(stats.per_path[0], 2);
+  EXPECT_EQ(stats.per_path[1], 3);
+  EXPECT_EQ(stats.per_path[2], 2);
+  EXPECT_EQ(stats.fallbacks, 1);
+  EXPECT_EQ(stats.refused, 3);
+}
+
+TEST(PluginHost, StartingOnTheLightNetworkIsNoFallback) {
+  PluginHost host(std::make_unique<ScriptedPlugin>(std::vector<int>{SR_OK_LIGHT, SR_OK_LIGHT}),
+                  NET_TYPE_LIGHT);
+  const Frame in = RandomFrame(8, 8, 2);
+  EXPECT_FALSE(host.Enlarge(in).fell_back);
+  EXPECT_FALSE(host.Enlarge(in).fell_back);
+  EXPECT_EQ(host.stats().fallbacks, 0);
+}
+
+TEST(PluginHost, SizeLimitAndUnusableNetworksStopTheRun) {
+  const Frame in = RandomFrame(8, 8, 3);
+  PluginHost too_large(std::make_unique<ScriptedPlugin>(std::vector<int>{SR_ERR_TOO_LARGE}),
+                       NET_TYPE_FULL);
+  try {
+    too_large.Enlarge(in);
+    FAIL() << "no error";
+  } catch (const CliError& e) {
+    EXPECT_EQ(e.code(), kExitTooLarge);
+    EXPECT_NE(std::string(e.what()).find("1280"), std::string::npos) << e.what();
+  }
+  PluginHost unusable(std::make_unique<ScriptedPlugin>(std::vector<int>{SR_ERR_UNSUPPORTED}),
+                      NET_TYPE_FULL);
+  try {
+    unusable.Enlarge(in);
+    FAIL() << "no error";
+  } catch (const CliError& e) {
+    EXPECT_EQ(e.code(), kExitNoNetwork);
+  }
+}
+
+// The host's luma bilinear must sit on the same grid, with the same weights
+// and rounding, as the library's chroma kernel: the Cb samples of a chroma
+// plane that carries the luma as Cb come out of Linear_2x_nv equal to it.
+TEST(BilinearEnlarge, LumaMatchesTheLibraryChromaKernel) {
+  for (const auto& [w, h] : {std::pair{1, 1}, {2, 3}, {17, 9}, {64, 33}}) {
+    SCOPED_TRACE(testing::Message() << w << "x" << h);
+    const Frame in = RandomFrame(w, h, 4);
+    KernelContext ctx;
+    const Frame out = BilinearEnlarge(in, ctx);
+    const std::vector<uint8_t> y = test::PackedPlane(in.get(), 0);
+    const std::vector<uint8_t> out_y = test::PackedPlane(out.get(), 0);
+
+    std::vector<uint8_t> as_chroma(size_t(2) * w * h, 0), enlarged(size_t(16) * w * h);
+    for (size_t i = 0; i < y.size(); ++i) as_chroma[2 * i] = y[i];
+    Linear_2x_nv(ctx.get(), as_chroma.data(), enlarged.data(), h, w, 2 * w, 4 * w);
+    for (size_t i = 0; i < out_y.size(); ++i) ASSERT_EQ(out_y[i], enlarged[2 * i]) << i;
+  }
+}
+
+TEST(FitSize, KeepsTheAspectWithinTheLimit) {
+  int w = 0, h = 0;
+  FitSize(1920, 1080, &w, &h);
+  EXPECT_EQ(w, 1280);
+  EXPECT_EQ(h, 720);
+  FitSize(1080, 1920, &w, &h);
+  EXPECT_EQ(w, 720);
+  EXPECT_EQ(h, 1280);
+  FitSize(1281, 3, &w, &h);
+  EXPECT_EQ(w, 1280);
+  EXPECT_EQ(h, 3);
+  FitSize(1280, 1280, &w, &h);
+  EXPECT_EQ(w, 1280);
+  EXPECT_EQ(h, 1280);
+}
+
+TEST(HostStats, NearestRankPercentile) {
+  HostStats stats;
+  for (int i = 20; i >= 1; --i) stats.ms.push_back(i);
+  EXPECT_EQ(stats.PercentileMs(95), 19);
+  EXPECT_EQ(stats.PercentileMs(100), 20);
+  EXPECT_DOUBLE_EQ(stats.MeanMs(), 10.5);
+}
+
+}  // namespace
+}  // namespace vorlith::cli
