@@ -77,6 +77,12 @@ std::string PathForResource(const std::string& name, const std::string& type) {
        {dir / file, dir / ".." / "share" / "vorlith" / file}) {
     if (IsFile(path)) return path.lexically_normal().string();
   }
+#ifdef VORLITH_INSTALL_DATADIR
+  // Installed with a multiarch libdir (lib/x86_64-linux-gnu), ../share is not
+  // the data directory; the configured one is.
+  const std::filesystem::path installed = std::filesystem::path(VORLITH_INSTALL_DATADIR) / file;
+  if (IsFile(installed)) return installed.string();
+#endif
   return {};
 }
 
