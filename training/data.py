@@ -68,10 +68,18 @@ class PatchSampler:
         self.patch = patch
         self.rng = np.random.default_rng(seed)
 
-    def batch(self, n):
+    def batch(self, n, edge_zero=0.0):
+        """LR and HR patches scaled to 0..1, and an HR loss mask.
+
+        With probability edge_zero a patch has its LR columns and/or rows from
+        a random point on set to zero, outside the loss mask: the plug-in runs
+        the network on a fixed-size tensor whose area right of and below the
+        frame holds zeros, and the frame's last pixels must still come out
+        right next to them."""
         ps = self.patch
         lrs = np.empty((n, 1, ps, ps), np.float32)
         hrs = np.empty((n, 1, 2 * ps, 2 * ps), np.float32)
+        masks = np.ones((n, 1, 2 * ps, 2 * ps), np.float32)
         for i, k in enumerate(self.rng.choice(len(self.pairs), size=n, p=self.prob)):
             lr, hr = self.pairs[k]
             y = self.rng.integers(0, lr.shape[0] - ps + 1)
@@ -84,7 +92,16 @@ class PatchSampler:
             a, b = np.rot90(a, t & 3), np.rot90(b, t & 3)
             lrs[i, 0] = a
             hrs[i, 0] = b
-        return lrs / 255.0, hrs / 255.0
+            if self.rng.random() < edge_zero:
+                side = self.rng.integers(1, 4)  # 1: right, 2: bottom, 3: both
+                cut = self.rng.integers(ps // 2, ps)
+                if side & 1:
+                    lrs[i, 0, :, cut:] = 0
+                    masks[i, 0, :, 2 * cut:] = 0
+                if side & 2:
+                    lrs[i, 0, cut:, :] = 0
+                    masks[i, 0, 2 * cut:, :] = 0
+        return lrs / 255.0, hrs / 255.0, masks
 
 
 def psnr_y(sr, hr, shave=2):

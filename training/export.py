@@ -5,7 +5,8 @@
 Graph: "RTC_input" [1, 1, H, W] (luma 0..255) -> Conv/PRelu stack -> Conv to
 4 channels, plus the input on each channel -> DepthToSpace(2) -> "161"
 [1, 1, 2H, 2W]. The 1/255 input scale is folded into the first convolution and
-the 255 output scale into the last, so the file works on byte values directly.
+the 255 output scale into the last, so the file works on byte values directly;
+the last bias also carries OUTPUT_BIAS (see below).
 After writing, the file is read back, run by a small interpreter of its own
 nodes and compared with the training network on a random input.
 """
@@ -21,6 +22,9 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import model  # noqa: E402
 
 INPUT, OUTPUT = "RTC_input", "161"
+# The plug-in turns output floats into bytes by truncation, not rounding; half
+# a level added to the last bias makes that truncation round.
+OUTPUT_BIAS = 0.5
 
 
 def collapsed_layers(net):
@@ -32,7 +36,7 @@ def collapsed_layers(net):
         if i == 0:
             k = k / 255.0
         if i == len(blocks) - 1:
-            k, b = k * 255.0, b * 255.0
+            k, b = k * 255.0, b * 255.0 + OUTPUT_BIAS
         slope = net.acts[i].weight.detach().clone() if i < len(blocks) - 1 else None
         layers.append((k.float(), b.float(), slope))
     return layers
@@ -97,7 +101,7 @@ def export(net, path):
     onnx.save(m, path)
     gen = torch.Generator().manual_seed(0)
     x = torch.rand(1, 1, 37, 52, generator=gen) * 255.0
-    want = net(x / 255.0) * 255.0
+    want = net(x / 255.0) * 255.0 + OUTPUT_BIAS
     got = run_onnx(path, x)
     err = (got - want).abs().max().item()
     print(f"export: {path}, {os.path.getsize(path)} bytes, max |onnx - torch| = {err:.2e} on 0..255")

@@ -52,6 +52,9 @@ def main():
     ap.add_argument("--eval-every", type=int, default=1000)
     ap.add_argument("--seed", type=int, default=1)
     ap.add_argument("--resume", help="checkpoint to continue from")
+    ap.add_argument("--init", help="checkpoint whose weights start a new run (fine-tuning)")
+    ap.add_argument("--edge-zero", type=float, default=0.0,
+                    help="share of patches with zeros right of / below a random cut (see data.py)")
     ap.add_argument("--out", required=True)
     args = ap.parse_args()
 
@@ -75,6 +78,8 @@ def main():
     sched = torch.optim.lr_scheduler.LambdaLR(
         opt, lambda i: 0.01 + 0.99 * 0.5 * (1 + math.cos(math.pi * min(i, args.iters) / args.iters)))
     start = 0
+    if args.init:
+        net.load_state_dict(torch.load(args.init, map_location=device)["net"])
     if args.resume:
         state = torch.load(args.resume, map_location=device)
         net.load_state_dict(state["net"])
@@ -87,10 +92,11 @@ def main():
     t0 = time.time()
     running = 0.0
     for it in range(start + 1, args.iters + 1):
-        lr_patch, hr_patch = sampler.batch(args.batch)
+        lr_patch, hr_patch, mask = sampler.batch(args.batch, args.edge_zero)
         x = torch.from_numpy(lr_patch).to(device)
         y = torch.from_numpy(hr_patch).to(device)
-        loss = F.l1_loss(net(x), y)
+        m = torch.from_numpy(mask).to(device)
+        loss = ((net(x) - y).abs() * m).sum() / m.sum()
         opt.zero_grad(set_to_none=True)
         loss.backward()
         opt.step()
