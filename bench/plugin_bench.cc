@@ -1,5 +1,6 @@
-// ProcessData end to end with a fixture network, and the share of its time
-// spent outside the network (luma in and out, chroma, buffers, governor).
+// ProcessData end to end: with a fixture network, for the share of its time
+// spent outside the network (luma in and out, chroma, buffers, governor), and
+// with the shipped networks, for the milliseconds per frame a host sees.
 #include <benchmark/benchmark.h>
 
 #include <chrono>
@@ -83,7 +84,41 @@ void BM_ProcessData(benchmark::State& state) {
   vorlith::platform::SetResourceDirectoryForTest("");
 }
 
+// ProcessData with the shipped networks (models/), one network held: the
+// plug-in's clock is frozen so that the time governor never switches.
+void BM_ProcessDataShipped(benchmark::State& state) {
+  const Frame f = kFrames[state.range(0)];
+  const NetType net = state.range(1) == 0 ? NET_TYPE_FULL : NET_TYPE_LIGHT;
+  vorlith::platform::SetResourceDirectoryForTest(VORLITH_BENCH_MODELS);
+  vorlith::platform::SetClockForTest([] { return int64_t{0}; });
+  std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
+  sr->SelectNetType(net);
+  sr->Init("");
+  VLPixelBufferRef frame = NewFrame(f.w, f.h);
+  _tagVideoData in{}, out{};
+  in.width = f.w;
+  in.height = f.h;
+  in.pixelBuffer = frame;
+  in.format = 1;
+  const int want = net == NET_TYPE_FULL ? SR_OK : SR_OK_LIGHT;
+  for (auto _ : state) {
+    const auto t0 = std::chrono::steady_clock::now();
+    const int status = sr->ProcessData(&in, &out);
+    state.SetIterationTime(Seconds(t0, std::chrono::steady_clock::now()));
+    if (status != want) {
+      state.SkipWithError("ProcessData failed (are models/*.onnx there?)");
+      break;
+    }
+    VLPixelBufferRelease(out.pixelBuffer);
+  }
+  VLPixelBufferRelease(frame);
+  vorlith::platform::SetClockForTest(nullptr);
+  vorlith::platform::SetResourceDirectoryForTest("");
+}
+
 }  // namespace
 
-// frame:0 is 640x360, frame:1 is 1280x720.
+// frame:0 is 640x360, frame:1 is 1280x720; net:0 is RTC (full), net:1 RTC_degrade.
+BENCHMARK(BM_ProcessDataShipped)->ArgNames({"frame", "net"})->ArgsProduct({{0, 1}, {0, 1}})
+    ->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ProcessData)->ArgName("frame")->Arg(0)->Arg(1)->UseManualTime()->Unit(benchmark::kMillisecond);

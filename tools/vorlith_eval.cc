@@ -3,7 +3,10 @@
 // (SelectNetType, Init, ProcessData on an NV12 frame), exactly as a host runs
 // it, and the library's Lanczos and bicubic 2x kernels run as exported.
 //
-//   vorlith-eval [--data DIR] [--sets set5,set14]
+//   vorlith-eval [--data DIR] [--sets set5,set14] [--runner]
+//
+// --runner adds rows for each network run by the model runner alone at the
+// image's size, to show what the plug-in's fixed-size tensor costs.
 //
 // Protocol: HR cropped to even size; Y = round(16 + 65.481 R + 128.553 G +
 // 24.966 B) (R, G, B in 0..1); LR = MATLAB-style antialiased bicubic halving
@@ -22,6 +25,7 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "vorlith/kernels.h"
+#include "vorlith/model.h"
 #include "vorlith/pixel_buffer.h"
 #include "vorlith/plugin.h"
 
@@ -243,6 +247,24 @@ Image RunKernel(void (*kernel)(_StLanczos1p5x*, unsigned char*, unsigned char*, 
   return FromBytes(dst.data(), 2 * lr.w, 2 * lr.h, size_t(2) * lr.w);
 }
 
+// A network through the model runner alone, at the image's own size: what
+// the network gives without the plug-in's fixed-size tensor. Bytes as the
+// plug-in makes them in a row's body: truncated, saturated.
+template <class Network>
+bool RunNetwork(const Image& lr, Image* out) {
+  static std::shared_ptr<Network> network = Network::initWithConfiguration(vorlith::ModelConfiguration());
+  if (network == nullptr) return false;
+  auto input = vorlith::MultiArray::initWithShape({1, 1, lr.h, lr.w}, vorlith::MultiArrayDataType::Float32);
+  auto* in = static_cast<float*>(input->dataPointer());
+  for (size_t i = 0; i < lr.px.size(); ++i) in[i] = static_cast<float>(lr.px[i]);
+  auto result = network->predictionFromRTC_input(input);
+  if (result->_161 == nullptr) return false;
+  const auto* y = static_cast<const float*>(result->_161->dataPointer());
+  *out = Blank(2 * lr.w, 2 * lr.h);
+  for (size_t i = 0; i < out->px.size(); ++i) out->px[i] = std::clamp(std::trunc(double(y[i])), 0.0, 255.0);
+  return true;
+}
+
 struct Method {
   const char* name;
   std::function<bool(const Image& lr, Image* sr)> run;
@@ -265,14 +287,17 @@ std::vector<std::string> Split(const std::string& s) {
 int main(int argc, char** argv) {
   fs::path data = fs::path(VORLITH_SOURCE_DIR) / ".." / "shared" / "data" / "sr";
   std::string sets = "set5,set14";
+  bool runner_rows = false;
   for (int i = 1; i < argc; ++i) {
     const std::string a = argv[i];
     if (a == "--data" && i + 1 < argc) {
       data = argv[++i];
+    } else if (a == "--runner") {
+      runner_rows = true;
     } else if (a == "--sets" && i + 1 < argc) {
       sets = argv[++i];
     } else {
-      std::fprintf(stderr, "usage: %s [--data DIR] [--sets set5,set14]\n", argv[0]);
+      std::fprintf(stderr, "usage: %s [--data DIR] [--sets set5,set14] [--runner]\n", argv[0]);
       return 2;
     }
   }
@@ -299,6 +324,10 @@ int main(int argc, char** argv) {
       {"RTC (full) in the plug-in", [&](const Image& lr, Image* sr) { return full.Run(lr, sr); },
        [&] { return full.Start(); }},
   };
+  if (runner_rows) {
+    methods.push_back({"RTC_degrade, model runner at image size", RunNetwork<vorlith::RTC_degrade>});
+    methods.push_back({"RTC, model runner at image size", RunNetwork<vorlith::RTC>});
+  }
 
   struct Score {
     double psnr = 0, ssim = 0;
