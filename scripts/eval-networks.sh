@@ -12,6 +12,6 @@ dir=build/eval
 cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=Release -DVORLITH_BUILD_TESTS=OFF >/dev/null
 cmake --build "$dir" -j "$(nproc)" --target vorlith-eval vorlith_bench_plugin
 echo "=== quality (Y channel, 2 pixels trimmed; LR by MATLAB-style bicubic)"
-"$dir/tools/vorlith-eval" "$@"
+"$dir/tools/vorlith-eval" --runner "$@"
 echo "=== ProcessData milliseconds per frame, $(nproc) threads"
 "$dir/bench/vorlith_bench_plugin" --benchmark_filter=BM_ProcessDataShipped --benchmark_min_time=2
