@@ -47,6 +47,11 @@ class VORLITH_API MultiArray {
   void* dataPointer() { return data_.data(); }
 
  private:
+  friend class Model;
+  // An array of `shape` that takes `data` (one value per element) as its
+  // contents, so that a prediction hands over the runner's output uncopied.
+  static std::shared_ptr<MultiArray> adopt(const std::vector<int64_t>& shape, std::vector<float> data);
+
   std::vector<int64_t> shape_, strides_;
   std::vector<float> data_;
 };

@@ -24,13 +24,17 @@ std::shared_ptr<MultiArray> MultiArray::initWithShape(const std::vector<int64_t>
     if (count > (int64_t{1} << 31) / d) return fail("array too large");
     count *= d;
   }
+  return adopt(shape, std::vector<float>(static_cast<size_t>(count), 0.0f));
+}
+
+std::shared_ptr<MultiArray> MultiArray::adopt(const std::vector<int64_t>& shape, std::vector<float> data) {
   auto array = std::make_shared<MultiArray>();
   array->shape_ = shape;
   array->strides_.assign(shape.size(), 1);
   for (size_t i = shape.size() - 1; i > 0; --i) {
     array->strides_[i - 1] = array->strides_[i] * shape[i];
   }
-  array->data_.assign(static_cast<size_t>(count), 0.0f);
+  array->data_ = std::move(data);
   return array;
 }
 
@@ -153,9 +157,7 @@ std::shared_ptr<FeatureProvider> Model::predictionFromFeatures(const FeatureProv
                      &why)) {
     return fail(why);
   }
-  std::shared_ptr<MultiArray> result = MultiArray::initWithShape(out_shape, MultiArrayDataType::Float32, &why);
-  if (result == nullptr) return fail(why);
-  std::copy(out.begin(), out.end(), static_cast<float*>(result->dataPointer()));
+  std::shared_ptr<MultiArray> result = MultiArray::adopt(out_shape, std::move(out));
   auto provider = std::make_shared<DictionaryFeatureProvider>();
   provider->set(outputName(), FeatureValue::featureValueWithMultiArray(std::move(result)));
   return provider;
