@@ -31,6 +31,15 @@ VLPixelBufferRef NewFrame(int w, int h) {
   return b;
 }
 
+_tagVideoData Record(VLPixelBufferRef frame, Frame f) {
+  _tagVideoData in{};
+  in.width = f.w;
+  in.height = f.h;
+  in.pixelBuffer = frame;
+  in.format = 1;
+  return in;
+}
+
 double Seconds(std::chrono::steady_clock::time_point a, std::chrono::steady_clock::time_point b) {
   return std::chrono::duration<double>(b - a).count();
 }
@@ -52,11 +61,7 @@ void BM_ProcessData(benchmark::State& state) {
   auto tensor = vorlith::MultiArray::initWithShape({1, 1, f.h, f.w},
                                                    vorlith::MultiArrayDataType::Float32);
   VLPixelBufferRef frame = NewFrame(f.w, f.h);
-  _tagVideoData in{}, out{};
-  in.width = f.w;
-  in.height = f.h;
-  in.pixelBuffer = frame;
-  in.format = 1;
+  _tagVideoData in = Record(frame, f), out{};
   double total = 0, net = 0;
   for (auto _ : state) {
     const auto t0 = std::chrono::steady_clock::now();
@@ -95,11 +100,7 @@ void BM_ProcessDataShipped(benchmark::State& state) {
   sr->SelectNetType(net);
   sr->Init("");
   VLPixelBufferRef frame = NewFrame(f.w, f.h);
-  _tagVideoData in{}, out{};
-  in.width = f.w;
-  in.height = f.h;
-  in.pixelBuffer = frame;
-  in.format = 1;
+  _tagVideoData in = Record(frame, f), out{};
   const int want = net == NET_TYPE_FULL ? SR_OK : SR_OK_LIGHT;
   for (auto _ : state) {
     const auto t0 = std::chrono::steady_clock::now();
