@@ -24,6 +24,7 @@
 
 #include <opencv2/imgcodecs.hpp>
 
+#include "tools/cli/frame.h"
 #include "vorlith/kernels.h"
 #include "vorlith/model.h"
 #include "vorlith/pixel_buffer.h"
@@ -192,39 +193,31 @@ class PluginRunner {
 
   // Returns false (with a message) when the plug-in does not run the frame.
   bool Run(const Image& lr, Image* out) {
-    VLPixelBufferRef frame = nullptr;
-    if (VLPixelBufferCreate(lr.w, lr.h, kVLPixelFormatType_420YpCbCr8BiPlanarVideoRange, &frame) !=
-        kVLReturnSuccess) {
-      std::fprintf(stderr, "vorlith-eval: cannot create a %dx%d frame\n", lr.w, lr.h);
-      return false;
+    const vorlith::cli::Frame frame = vorlith::cli::Frame::Create(lr.w, lr.h);
+    {
+      vorlith::cli::FrameLock lock(frame);
+      const std::vector<unsigned char> bytes = ToBytes(lr);
+      for (int r = 0; r < lr.h; ++r) {
+        std::memcpy(frame.plane(0) + size_t(r) * frame.stride(0), &bytes[size_t(r) * lr.w], lr.w);
+      }
+      std::memset(frame.plane(1), 128, size_t(frame.stride(1)) * ((lr.h + 1) / 2));
     }
-    VLPixelBufferLockBaseAddress(frame, 0);
-    auto* y = static_cast<unsigned char*>(VLPixelBufferGetBaseAddressOfPlane(frame, 0));
-    const size_t ys = VLPixelBufferGetBytesPerRowOfPlane(frame, 0);
-    const std::vector<unsigned char> bytes = ToBytes(lr);
-    for (int r = 0; r < lr.h; ++r) std::memcpy(y + r * ys, &bytes[size_t(r) * lr.w], lr.w);
-    auto* uv = static_cast<unsigned char*>(VLPixelBufferGetBaseAddressOfPlane(frame, 1));
-    std::memset(uv, 128, VLPixelBufferGetBytesPerRowOfPlane(frame, 1) * VLPixelBufferGetHeightOfPlane(frame, 1));
-    VLPixelBufferUnlockBaseAddress(frame, 0);
     _tagVideoData in{}, result{};
     in.width = lr.w;
     in.height = lr.h;
-    in.pixelBuffer = frame;
+    in.pixelBuffer = frame.get();
     in.format = 1;
     const int status = sr_->ProcessData(&in, &result);
-    VLPixelBufferRelease(frame);
+    // ProcessData hands over a reference whenever it made a frame.
+    const vorlith::cli::Frame enlarged(status >= 0 ? result.pixelBuffer : nullptr);
     const int want = net_ == NET_TYPE_LIGHT ? SR_OK_LIGHT : SR_OK;
     if (status != want) {
       std::fprintf(stderr, "vorlith-eval: ProcessData returned %d (expected %d) on %dx%d\n", status,
                    want, lr.w, lr.h);
-      if (status >= 0 && result.pixelBuffer) VLPixelBufferRelease(result.pixelBuffer);
       return false;
     }
-    VLPixelBufferLockBaseAddress(result.pixelBuffer, 0);
-    *out = FromBytes(static_cast<unsigned char*>(VLPixelBufferGetBaseAddressOfPlane(result.pixelBuffer, 0)),
-                     int(result.width), int(result.height), result.strideY);
-    VLPixelBufferUnlockBaseAddress(result.pixelBuffer, 0);
-    VLPixelBufferRelease(result.pixelBuffer);
+    vorlith::cli::FrameLock lock(enlarged, true);
+    *out = FromBytes(enlarged.plane(0), int(result.width), int(result.height), enlarged.stride(0));
     return true;
   }
 
@@ -236,14 +229,11 @@ class PluginRunner {
 // One of the library's single-plane 2x kernels, with its ring scratch.
 Image RunKernel(void (*kernel)(_StLanczos1p5x*, unsigned char*, unsigned char*, int, int),
                 const Image& lr) {
-  _StLanczos1p5x ctx{};
-  InitLanczos1p5x(&ctx);
-  std::vector<int32_t> ring(size_t(16) * lr.w);
-  ctx.workBuf = reinterpret_cast<unsigned char*>(ring.data());
+  vorlith::cli::KernelContext ctx;
+  // The context owns its ring and frees it with delete[].
+  ctx.get()->workBuf = new unsigned char[size_t(16) * lr.w * sizeof(int32_t)];
   std::vector<unsigned char> src = ToBytes(lr), dst(size_t(4) * lr.w * lr.h);
-  kernel(&ctx, src.data(), dst.data(), lr.h, lr.w);
-  ctx.workBuf = nullptr;  // not ours to delete
-  UInitLanczos1p5x(&ctx);
+  kernel(ctx.get(), src.data(), dst.data(), lr.h, lr.w);
   return FromBytes(dst.data(), 2 * lr.w, 2 * lr.h, size_t(2) * lr.w);
 }
 
