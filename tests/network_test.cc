@@ -1,4 +1,4 @@
-// The ONNX importer and XNNPACK runtime against the networks that
+// The ONNX importer and the network engine against the networks that
 // tests/fixtures/make_onnx_fixtures.py writes, with NumPy reference outputs.
 #include "src/model/network.h"
 

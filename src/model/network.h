@@ -1,5 +1,6 @@
 // A super-resolution network read from an ONNX file and executed on the CPU
-// by XNNPACK. Internal to the library: the model wrappers build on it.
+// by the library's own engine. Internal to the library: the model wrappers
+// build on it.
 #ifndef VORLITH_SRC_MODEL_NETWORK_H_
 #define VORLITH_SRC_MODEL_NETWORK_H_
 
@@ -18,8 +19,8 @@ class Network {
   // *error when the file cannot be read or parsed, or when it uses an
   // operator or attribute the runtime does not support (the message names
   // the operator, e.g. "unsupported operator Softmax (node 'sm1')").
-  // `threads` is the number of worker threads XNNPACK may use (1 = the
-  // caller's thread only).
+  // `threads` is the number of threads a prediction runs on, the caller's
+  // included (1 = the caller's thread only).
   static std::unique_ptr<Network> Load(const std::string& path, int threads, std::string* error);
 
   // Names of the graph's single input and single output, as in the file.
@@ -32,8 +33,8 @@ class Network {
   virtual std::vector<int64_t> OutputShape(const std::vector<int64_t>& input_shape) const = 0;
 
   // Runs the network on a float32 NCHW input of shape `input_shape`
-  // ([1, C, H, W]). The XNNPACK runtime is built on the first call and
-  // rebuilt only when the input shape changes. On success fills `output`
+  // ([1, C, H, W]). Buffers are sized on the first call and again only
+  // when the input shape changes. On success fills `output`
   // and `output_shape` (NCHW) and returns true; otherwise returns false with
   // a reason in *error.
   virtual bool Run(const float* input, const std::vector<int64_t>& input_shape,

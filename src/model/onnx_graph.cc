@@ -338,7 +338,7 @@ class Importer {
     } else {
       return Fail("unsupported auto_pad " + auto_pad + " in " + where_);
     }
-    // OIHW -> OHWI, the order XNNPACK reads.
+    // OIHW -> OHWI.
     op.filter.resize(w.size());
     for (int64_t o = 0; o < out_c; ++o) {
       for (int64_t i = 0; i < in_c; ++i) {
@@ -528,7 +528,7 @@ class Importer {
       return Fail("unsupported coordinate_transformation_mode " + coords + " with nearest_mode " +
                   rounding + " in " + where_);
     }
-    // Replication as XNNPACK can run it: a 1x1 convolution copies each
+    // Replication from operators the engine has: a 1x1 convolution copies each
     // channel four times, DepthToSpace spreads the copies over 2x2 blocks.
     const int64_t c = in.channels;
     op.kind = OpKind::kConv;
@@ -546,7 +546,7 @@ class Importer {
     return SetOutput(node, std::move(spread), out);
   }
 
-  // XNNPACK only has the DCR order. For CRD, the producing convolution's
+  // The engine only has the DCR order. For CRD, the producing convolution's
   // output channels are reordered so that DCR reads them in CRD order.
   bool ReorderCrdProducers() {
     for (int index : crd_) {

@@ -1,0 +1,526 @@
+// The network engine: runs an imported graph row by row. Rows stream through
+// the whole graph, each activation keeping only the few rows its consumers
+// still need, so a frame's activations stay in the caches instead of making
+// one pass through memory per layer. Threads take bands of output rows and
+// recompute the rows a band's edge needs from its neighbour.
+#include <algorithm>
+#include <climits>
+#include <condition_variable>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "src/model/engine_rows.h"
+#include "src/model/network.h"
+#include "src/model/onnx_graph.h"
+
+namespace vorlith::model {
+namespace {
+
+// Far beyond any video frame; keeps every size computation in range.
+constexpr int64_t kMaxSide = int64_t{1} << 16;
+constexpr int64_t kMaxElements = int64_t{1} << 31;
+constexpr int64_t kNotNeeded = INT64_MAX;
+
+int64_t RoundUp(int64_t v, int64_t m) { return (v + m - 1) / m * m; }
+
+std::string Dims(const std::vector<int64_t>& shape) {
+  std::string s = "[";
+  for (size_t i = 0; i < shape.size(); ++i) s += (i > 0 ? ", " : "") + std::to_string(shape[i]);
+  return s + "]";
+}
+
+// Floats aligned for the widest vector.
+struct AlignedFloats {
+  struct Free {
+    void operator()(float* p) const { ::operator delete[](p, std::align_val_t{256}); }
+  };
+  std::unique_ptr<float[], Free> data;
+  void Reset(size_t count) {
+    data.reset(static_cast<float*>(::operator new[](count * sizeof(float), std::align_val_t{256})));
+    std::fill_n(data.get(), count, 0.0f);
+  }
+};
+
+// Workers that live as long as the network, so a frame starts no thread.
+class Pool {
+ public:
+  explicit Pool(int threads) {
+    for (int i = 1; i < threads; ++i) workers_.emplace_back([this, i] { Work(i); });
+  }
+  ~Pool() {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      stop_ = true;
+    }
+    wake_.notify_all();
+    for (std::thread& t : workers_) t.join();
+  }
+  int size() const { return static_cast<int>(workers_.size()) + 1; }
+
+  // Runs task(i) for i in [0, size()), task 0 on the caller; returns when all are done.
+  void Run(const std::function<void(int)>& task) {
+    if (workers_.empty()) return task(0);
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      task_ = &task;
+      pending_ = static_cast<int>(workers_.size());
+      ++generation_;
+    }
+    wake_.notify_all();
+    task(0);
+    std::unique_lock<std::mutex> lock(mutex_);
+    done_.wait(lock, [this] { return pending_ == 0; });
+    task_ = nullptr;
+  }
+
+ private:
+  void Work(int index) {
+    uint64_t seen = 0;
+    for (;;) {
+      const std::function<void(int)>* task;
+      {
+        std::unique_lock<std::mutex> lock(mutex_);
+        wake_.wait(lock, [&] { return stop_ || generation_ != seen; });
+        if (stop_) return;
+        seen = generation_;
+        task = task_;
+      }
+      (*task)(index);
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (--pending_ == 0) done_.notify_one();
+    }
+  }
+
+  std::vector<std::thread> workers_;
+  std::mutex mutex_;
+  std::condition_variable wake_, done_;
+  const std::function<void(int)>* task_ = nullptr;
+  int pending_ = 0;
+  uint64_t generation_ = 0;
+  bool stop_ = false;
+};
+
+enum class StepKind { kInput, kConv, kActivate, kBinary, kDepthToSpace, kResize };
+
+// One computed activation: a graph op, with a PReLU or clamp that only it
+// feeds folded into a convolution's store.
+struct Step {
+  StepKind kind = StepKind::kInput;
+  const Op* op = nullptr;
+  std::vector<int> inputs;
+  int output = -1;
+  rows::Post post = rows::Post::kNone;
+  const float* slope = nullptr;
+  float lo = 0.0f, hi = 0.0f;
+  std::vector<float> weights;  // kConv, packed
+};
+
+// Sizes for one input size.
+struct Shape {
+  int64_t channels = 0, height = 0, width = 0;
+  int64_t stride = 0;  // floats per channel row, margins included
+  int64_t floats() const { return channels * stride; }
+};
+
+struct Layout {
+  int64_t in_h = 0, in_w = 0;
+  int64_t lead = 0;  // zero columns left of column 0 in every channel row
+  std::vector<Shape> shapes;
+  AlignedFloats zero;  // a row of zeros for any activation, read as padding
+};
+
+// Rows [lo, hi] of input `k` that step `s` reads for its output row y;
+// the rows may lie outside the input, where padding is read.
+struct Window {
+  int64_t lo, hi;
+};
+
+class Engine final : public Network {
+ public:
+  Engine(Graph graph, int threads) : graph_(std::move(graph)), pool_(std::max(1, threads)) { Plan(); }
+
+  const std::string& InputName() const override { return graph_.input_name; }
+  const std::string& OutputName() const override { return graph_.output_name; }
+
+  std::vector<int64_t> OutputShape(const std::vector<int64_t>& input_shape) const override {
+    if (input_shape.size() != 4) return {};
+    const Activation& out = graph_.activations[graph_.output];
+    return {1, out.channels, out.height.At(input_shape[2]), out.width.At(input_shape[3])};
+  }
+
+  bool Run(const float* input, const std::vector<int64_t>& input_shape, std::vector<float>* output,
+           std::vector<int64_t>* output_shape, std::string* error) override {
+    std::string scratch;
+    if (error == nullptr) error = &scratch;
+    if (input == nullptr || output == nullptr || output_shape == nullptr) {
+      *error = "null input or output";
+      return false;
+    }
+    if (input_shape.size() != 4 || input_shape[0] != 1 || input_shape[1] != 1 || input_shape[2] < 1 ||
+        input_shape[3] < 1) {
+      *error = "expected an input of shape [1, 1, H, W], got " + Dims(input_shape);
+      return false;
+    }
+    if (input_shape[2] > kMaxSide || input_shape[3] > kMaxSide) {
+      *error = "input " + Dims(input_shape) + " is too large";
+      return false;
+    }
+    const int64_t h = input_shape[2], w = input_shape[3];
+    if (layout_.in_h != h || layout_.in_w != w) {
+      layout_.in_h = layout_.in_w = 0;
+      if (!Prepare(h, w, error)) return false;
+    }
+    const Shape& out = layout_.shapes[graph_.output];
+    output->resize(static_cast<size_t>(out.channels * out.height * out.width));
+    *output_shape = {1, out.channels, out.height, out.width};
+    float* out_data = output->data();
+    pool_.Run([&](int band) { RunBand(bands_[band], input, out_data); });
+    return true;
+  }
+
+ private:
+  // Rings of one band: rows of each activation, in slots row % rows.
+  struct Band {
+    int64_t first_out = 0, end_out = 0;  // graph output rows of the band
+    std::vector<int64_t> first, next, ring_rows;
+    std::vector<AlignedFloats> rings;
+    std::vector<const float*> row_ptrs;  // scratch for a convolution's input rows
+  };
+
+  void Plan() {
+    std::vector<int> consumers(graph_.activations.size(), 0);
+    for (const Op& op : graph_.ops) {
+      for (int in : op.inputs) ++consumers[in];
+    }
+    ++consumers[graph_.output];
+    producer_.assign(graph_.activations.size(), -1);
+    Step input;
+    input.output = graph_.input;
+    AddStep(std::move(input));
+    std::vector<bool> folded(graph_.ops.size(), false);
+    for (size_t i = 0; i < graph_.ops.size(); ++i) {
+      if (folded[i]) continue;
+      const Op& op = graph_.ops[i];
+      Step s;
+      s.op = &op;
+      s.inputs = op.inputs;
+      s.output = op.output;
+      switch (op.kind) {
+        case OpKind::kConv: {
+          s.kind = StepKind::kConv;
+          const int64_t in_c = graph_.activations[op.inputs[0]].channels;
+          s.weights = rows::PackConvWeights(op.filter, static_cast<int64_t>(op.bias.size()), in_c, op.kernel_h,
+                                            op.kernel_w);
+          if (consumers[op.output] == 1) {
+            for (size_t j = i + 1; j < graph_.ops.size(); ++j) {
+              const Op& next = graph_.ops[j];
+              if (next.inputs[0] != op.output) continue;
+              if (next.kind == OpKind::kPRelu || next.kind == OpKind::kClamp) {
+                SetActivation(next, &s);
+                s.output = next.output;
+                folded[j] = true;
+              }
+              break;
+            }
+          }
+          break;
+        }
+        case OpKind::kClamp:
+        case OpKind::kPRelu:
+          s.kind = StepKind::kActivate;
+          SetActivation(op, &s);
+          break;
+        case OpKind::kAdd:
+        case OpKind::kMul: s.kind = StepKind::kBinary; break;
+        case OpKind::kDepthToSpace: s.kind = StepKind::kDepthToSpace; break;
+        case OpKind::kResizeBilinear: s.kind = StepKind::kResize; break;
+      }
+      AddStep(std::move(s));
+    }
+    for (const Op& op : graph_.ops) {
+      if (op.kind == OpKind::kConv) {
+        max_pad_left_ = std::max(max_pad_left_, op.pad_left);
+        max_pad_right_ = std::max(max_pad_right_, op.pad_right + op.kernel_w);
+      }
+    }
+  }
+
+  static void SetActivation(const Op& op, Step* s) {
+    if (op.kind == OpKind::kPRelu) {
+      s->post = rows::Post::kPRelu;
+      s->slope = op.constant.data();
+    } else {
+      s->post = rows::Post::kClamp;
+      s->lo = op.min;
+      s->hi = op.max;
+    }
+  }
+
+  void AddStep(Step s) {
+    producer_[s.output] = static_cast<int>(steps_.size());
+    steps_.push_back(std::move(s));
+  }
+
+  Window WindowOf(const Step& s, size_t k, int64_t y) const {
+    switch (s.kind) {
+      case StepKind::kConv: return {y - s.op->pad_top, y - s.op->pad_top + s.op->kernel_h - 1};
+      case StepKind::kDepthToSpace: return {y / s.op->block, y / s.op->block};
+      case StepKind::kResize: {
+        int64_t r0, r1;
+        float f;
+        ResizeSource(*s.op, layout_.shapes[s.inputs[k]].height, y, &r0, &r1, &f);
+        return {r0, r1};
+      }
+      default: return {y, y};
+    }
+  }
+
+  // The two input samples an output sample of a 2x bilinear resize blends, and the weight of the second.
+  static void ResizeSource(const Op& op, int64_t in, int64_t o, int64_t* i0, int64_t* i1, float* frac) {
+    double src;
+    switch (op.coords) {
+      case ResizeCoords::kHalfPixel: src = (static_cast<double>(o) + 0.5) / 2.0 - 0.5; break;
+      case ResizeCoords::kAlignCorners:
+        src = static_cast<double>(o) * static_cast<double>(in - 1) / static_cast<double>(2 * in - 1);
+        break;
+      default: src = static_cast<double>(o) / 2.0; break;
+    }
+    src = std::max(src, 0.0);
+    const int64_t lo = std::min(static_cast<int64_t>(src), in - 1);
+    *i0 = lo;
+    *i1 = std::min(lo + 1, in - 1);
+    *frac = static_cast<float>(src - static_cast<double>(lo));
+  }
+
+  bool Prepare(int64_t h, int64_t w, std::string* error) {
+    // Every shape follows from the input's; refuse sizes that empty a
+    // tensor or that no buffer could hold.
+    const std::string size = std::to_string(w) + "x" + std::to_string(h);
+    for (const Op& op : graph_.ops) {
+      const Activation& a = graph_.activations[op.output];
+      const int64_t ah = a.height.At(h), aw = a.width.At(w);
+      if (ah < 1 || aw < 1) {
+        *error = "a " + size + " input is too small: " + op.node + " would produce an empty tensor";
+        return false;
+      }
+      if (ah > kMaxElements / aw / a.channels) {
+        *error = "a " + size + " input is too large";
+        return false;
+      }
+    }
+    layout_.shapes.assign(graph_.activations.size(), Shape());
+    layout_.lead = RoundUp(std::max<int64_t>(max_pad_left_, 1), 16);
+    int64_t zero_floats = 0;
+    for (size_t i = 0; i < graph_.activations.size(); ++i) {
+      const Activation& a = graph_.activations[i];
+      Shape& s = layout_.shapes[i];
+      s.channels = a.channels;
+      s.height = a.height.At(h);
+      s.width = a.width.At(w);
+      s.stride = layout_.lead + RoundUp(s.width + max_pad_right_, 16) + rows::kRowSlack;
+      zero_floats = std::max(zero_floats, s.floats());
+    }
+    layout_.zero.Reset(static_cast<size_t>(zero_floats + layout_.lead));
+
+    // Equal bands of output rows; their rings are sized by a dry run of the
+    // band's schedule, which is the real run without the arithmetic.
+    const int64_t out_rows = layout_.shapes[graph_.output].height;
+    const int threads = pool_.size();
+    bands_.clear();
+    bands_.resize(static_cast<size_t>(threads));
+    for (int t = 0; t < threads; ++t) {
+      Band& b = bands_[t];
+      b.first_out = out_rows * t / threads;
+      b.end_out = out_rows * (t + 1) / threads;
+      StartBand(&b);
+      b.ring_rows.assign(graph_.activations.size(), 0);
+      for (int64_t y = b.first_out; y < b.end_out; ++y) Ensure<false>(b, graph_.output, y, nullptr);
+      b.rings.resize(graph_.activations.size());
+      int64_t max_kh = 1;
+      for (size_t i = 0; i < graph_.activations.size(); ++i) {
+        b.rings[i].Reset(static_cast<size_t>(b.ring_rows[i] * layout_.shapes[i].floats()));
+      }
+      for (const Step& s : steps_) {
+        if (s.kind == StepKind::kConv) max_kh = std::max(max_kh, s.op->kernel_h);
+      }
+      b.row_ptrs.resize(static_cast<size_t>(max_kh));
+    }
+    layout_.in_h = h;
+    layout_.in_w = w;
+    return true;
+  }
+
+  // The first row of each activation that the band needs, from its output
+  // rows back through the graph; and no rows computed yet.
+  void StartBand(Band* b) const {
+    b->first.assign(graph_.activations.size(), kNotNeeded);
+    b->first[graph_.output] = b->first_out;
+    for (size_t i = steps_.size(); i-- > 0;) {
+      const Step& s = steps_[i];
+      if (b->first[s.output] == kNotNeeded) continue;
+      for (size_t k = 0; k < s.inputs.size(); ++k) {
+        const int64_t lo = std::max<int64_t>(WindowOf(s, k, b->first[s.output]).lo, 0);
+        b->first[s.inputs[k]] = std::min(b->first[s.inputs[k]], lo);
+      }
+    }
+    b->next = b->first;
+  }
+
+  // Records that rows from `lo` on of activation a must still be held.
+  void Need(Band* b, int a, int64_t lo) const {
+    b->ring_rows[a] = std::max(b->ring_rows[a], b->next[a] - std::max<int64_t>(lo, 0));
+  }
+
+  const float* RowOf(const Band& b, int a, int64_t r) const {
+    const Shape& s = layout_.shapes[a];
+    if (r < 0 || r >= s.height) return layout_.zero.data.get() + layout_.lead;
+    return b.rings[a].data.get() + (r % b.ring_rows[a]) * s.floats() + layout_.lead;
+  }
+
+  // Computes rows of activation a up to `row` (clamped to its height). Without
+  // kCompute only the schedule runs, to size the rings.
+  template <bool kCompute>
+  void Ensure(Band& b, int a, int64_t row, const float* input) const {
+    row = std::min(row, layout_.shapes[a].height - 1);
+    while (b.next[a] <= row) {
+      const Step& s = steps_[producer_[a]];
+      const int64_t y = b.next[a];
+      for (size_t k = 0; k < s.inputs.size(); ++k) {
+        const Window win = WindowOf(s, k, y);
+        if (win.hi >= 0) Ensure<kCompute>(b, s.inputs[k], win.hi, input);
+      }
+      if constexpr (kCompute) {
+        ComputeRow(b, s, y, input);
+      } else {
+        for (size_t k = 0; k < s.inputs.size(); ++k) Need(&b, s.inputs[k], WindowOf(s, k, y).lo);
+      }
+      ++b.next[a];
+      if constexpr (!kCompute) Need(&b, a, y);
+    }
+  }
+
+  void RunBand(Band& b, const float* input, float* output) const {
+    b.next = b.first;
+    const Shape& out = layout_.shapes[graph_.output];
+    for (int64_t y = b.first_out; y < b.end_out; ++y) {
+      Ensure<true>(b, graph_.output, y, input);
+      const float* row = RowOf(b, graph_.output, y);
+      for (int64_t c = 0; c < out.channels; ++c) {
+        std::memcpy(output + (c * out.height + y) * out.width, row + c * out.stride,
+                    static_cast<size_t>(out.width) * sizeof(float));
+      }
+    }
+  }
+
+  void ComputeRow(Band& b, const Step& s, int64_t y, const float* input) const {
+    const Shape& out = layout_.shapes[s.output];
+    float* dst = const_cast<float*>(RowOf(b, s.output, y));
+    const Shape* in = s.inputs.empty() ? nullptr : &layout_.shapes[s.inputs[0]];
+    switch (s.kind) {
+      case StepKind::kInput:
+        std::memcpy(dst, input + y * out.width, static_cast<size_t>(out.width) * sizeof(float));
+        break;
+      case StepKind::kConv: {
+        const Op& op = *s.op;
+        for (int64_t ky = 0; ky < op.kernel_h; ++ky) b.row_ptrs[ky] = RowOf(b, s.inputs[0], y - op.pad_top + ky);
+        rows::ConvRow a;
+        a.in = b.row_ptrs.data();
+        a.in_stride = in->stride;
+        a.in_channels = in->channels;
+        a.kernel_h = op.kernel_h;
+        a.kernel_w = op.kernel_w;
+        a.pad_left = op.pad_left;
+        a.weights = s.weights.data();
+        a.bias = op.bias.data();
+        a.post = s.post;
+        a.slope = s.slope;
+        a.lo = s.lo;
+        a.hi = s.hi;
+        a.out = dst;
+        a.out_stride = out.stride;
+        a.out_channels = out.channels;
+        a.width = out.width;
+        rows::Convolve(a);
+        break;
+      }
+      case StepKind::kActivate:
+        rows::Activate(RowOf(b, s.inputs[0], y), dst, out.stride, out.channels, out.width, s.post, s.slope, s.lo,
+                       s.hi);
+        break;
+      case StepKind::kBinary: {
+        rows::BinaryRow a;
+        a.op = s.op->kind == OpKind::kAdd ? rows::Binary::kAdd : rows::Binary::kMul;
+        a.a = RowOf(b, s.inputs[0], y);
+        a.a_stride = in->channels == 1 ? 0 : in->stride;
+        if (s.inputs.size() > 1) {
+          const Shape& other = layout_.shapes[s.inputs[1]];
+          a.b = RowOf(b, s.inputs[1], y);
+          a.b_stride = other.channels == 1 ? 0 : other.stride;
+        } else {
+          a.constant = s.op->constant.data();
+          a.constant_channels = static_cast<int64_t>(s.op->constant.size());
+        }
+        a.out = dst;
+        a.out_stride = out.stride;
+        a.channels = out.channels;
+        a.width = out.width;
+        rows::Combine(a);
+        break;
+      }
+      case StepKind::kDepthToSpace:
+        rows::DepthToSpace(RowOf(b, s.inputs[0], y / s.op->block), in->stride, dst, out.stride, out.channels,
+                           s.op->block, y, in->width);
+        break;
+      case StepKind::kResize: {
+        int64_t r0, r1;
+        float fy;
+        ResizeSource(*s.op, in->height, y, &r0, &r1, &fy);
+        const float* top = RowOf(b, s.inputs[0], r0);
+        const float* bottom = RowOf(b, s.inputs[0], r1);
+        for (int64_t x = 0; x < out.width; ++x) {
+          int64_t c0, c1;
+          float fx;
+          ResizeSource(*s.op, in->width, x, &c0, &c1, &fx);
+          for (int64_t c = 0; c < out.channels; ++c) {
+            const int64_t o = c * in->stride;
+            const float left = top[o + c0] * (1.0f - fy) + bottom[o + c0] * fy;
+            const float right = top[o + c1] * (1.0f - fy) + bottom[o + c1] * fy;
+            dst[c * out.stride + x] = left * (1.0f - fx) + right * fx;
+          }
+        }
+        break;
+      }
+    }
+    // Columns past the width are the next convolution's right padding.
+    for (int64_t c = 0; c < out.channels; ++c) {
+      std::fill(dst + c * out.stride + out.width, dst + (c + 1) * out.stride - layout_.lead, 0.0f);
+    }
+  }
+
+  Graph graph_;  // holds the weights the steps point to
+  std::vector<Step> steps_;
+  std::vector<int> producer_;  // step index that computes each activation
+  int64_t max_pad_left_ = 0, max_pad_right_ = 0;
+  struct Layout layout_;
+  std::vector<Band> bands_;
+  Pool pool_;
+};
+
+}  // namespace
+
+std::unique_ptr<Network> Network::Load(const std::string& path, int threads, std::string* error) {
+  std::string scratch;
+  if (error == nullptr) error = &scratch;
+  Graph graph;
+  if (!ImportOnnx(path, &graph, error)) return nullptr;
+  return std::make_unique<Engine>(std::move(graph), threads);
+}
+
+}  // namespace vorlith::model

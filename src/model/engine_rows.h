@@ -1,0 +1,77 @@
+// Row functions of the network engine: each computes one row of an
+// activation from rows of its inputs, on the SIMD target that dispatch picks.
+//
+// Row layout: an activation row holds its channels one after another, each a
+// run of `stride` floats whose column 0 is what the pointers below address.
+// Lanes hold neighbouring pixels of one channel, so every channel count fills
+// whole vectors. Functions compute whole vectors: they may write up to
+// kRowSlack floats past `width` and read correspondingly past their inputs'
+// widths (plus a convolution's padding on either side); the engine keeps
+// those margins allocated and zero in every row it stores.
+#ifndef VORLITH_SRC_MODEL_ENGINE_ROWS_H_
+#define VORLITH_SRC_MODEL_ENGINE_ROWS_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace vorlith::model::rows {
+
+// Widest vector any target uses, in floats (2048-bit SVE), and the most a
+// function writes past `width` (the depth-to-space writes twice its input's
+// rounding).
+constexpr int64_t kMaxLanes = 64;
+constexpr int64_t kRowSlack = 2 * kMaxLanes;
+
+// What follows a convolution inside its store.
+enum class Post { kNone, kPRelu, kClamp };
+
+// Output channels a packed group holds.
+constexpr int64_t kGroup = 4;
+
+// Filter [out][kh][kw][in] -> groups of kGroup output channels, each
+// [in][kh][kw][kGroup]; the last group is padded with zeros.
+std::vector<float> PackConvWeights(const std::vector<float>& filter, int64_t out_channels,
+                                   int64_t in_channels, int64_t kernel_h, int64_t kernel_w);
+
+struct ConvRow {
+  const float* const* in;  // kernel_h input rows, top first (a zero row for padding)
+  int64_t in_stride = 0, in_channels = 0;
+  int64_t kernel_h = 0, kernel_w = 0, pad_left = 0;
+  const float* weights = nullptr;  // PackConvWeights
+  const float* bias = nullptr;     // [out_channels]
+  Post post = Post::kNone;
+  const float* slope = nullptr;  // kPRelu: [out_channels]
+  float lo = 0.0f, hi = 0.0f;    // kClamp
+  float* out = nullptr;
+  int64_t out_stride = 0, out_channels = 0, width = 0;
+};
+void Convolve(const ConvRow& args);
+
+// out[c] = op(a[c or 0], b[c or 0]) or op(a[c or 0], constant[c or 0]).
+enum class Binary { kAdd, kMul };
+struct BinaryRow {
+  Binary op = Binary::kAdd;
+  const float* a = nullptr;
+  int64_t a_stride = 0;  // 0: one channel broadcast to all
+  const float* b = nullptr;
+  int64_t b_stride = 0;
+  const float* constant = nullptr;  // instead of b
+  int64_t constant_channels = 0;    // 1 or channels
+  float* out = nullptr;
+  int64_t out_stride = 0, channels = 0, width = 0;
+};
+void Combine(const BinaryRow& args);
+
+// PReLU with a slope per channel, or clamp to [lo, hi]; in may equal out.
+void Activate(const float* in, float* out, int64_t stride, int64_t channels, int64_t width, Post post,
+              const float* slope, float lo, float hi);
+
+// Depth-to-space, DCR order: output row y of `block` x `block` blocks takes
+// input channels (y % block) * block * channels + dx * channels + c.
+void DepthToSpace(const float* in, int64_t in_stride, float* out, int64_t out_stride, int64_t channels,
+                  int64_t block, int64_t out_row, int64_t in_width);
+
+}  // namespace vorlith::model::rows
+
+#endif  // VORLITH_SRC_MODEL_ENGINE_ROWS_H_
