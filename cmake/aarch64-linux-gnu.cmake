@@ -13,7 +13,7 @@ set(ENV{PKG_CONFIG_LIBDIR} "/usr/lib/aarch64-linux-gnu/pkgconfig:/usr/share/pkgc
 set(ENV{PKG_CONFIG_PATH} "")
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64)
 
-# Packages that cannot be co-installed as :arm64 (XNNPACK, pthreadpool, ONNX's
-# development files) are unpacked here by scripts/setup.sh --cross.
+# Packages that cannot be co-installed as :arm64 (ONNX's development files)
+# are unpacked here by scripts/setup.sh --cross.
 get_filename_component(VORLITH_ARM64_SYSROOT "${CMAKE_CURRENT_LIST_DIR}/../build/sysroot-arm64" ABSOLUTE)
 list(APPEND CMAKE_PREFIX_PATH "${VORLITH_ARM64_SYSROOT}/usr")

@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(cmake ninja-build g++ pkg-config libhwy-dev libgtest-dev libbenchmark-dev libyuv-dev libopencv-dev)
-packages+=(libonnx-dev libprotobuf-dev libxnnpack-dev libpthreadpool-dev)
+packages+=(libonnx-dev libprotobuf-dev)
 # The command-line host: FFmpeg's libraries, its parser, and ffmpeg/ffprobe for
 # its tests.
 packages+=(libavformat-dev libavcodec-dev libswscale-dev libavutil-dev libcli11-dev ffmpeg)
@@ -19,14 +19,13 @@ done
 if [ "$cross" = 1 ]; then
   packages+=(g++-aarch64-linux-gnu qemu-user libc6:arm64 libstdc++6:arm64 libhwy-dev:arm64
              libgtest-dev:arm64)
-  packages+=(libprotobuf-dev:arm64 libcpuinfo0:arm64)
+  packages+=(libprotobuf-dev:arm64)
 fi
 
-# XNNPACK and pthreadpool are not Multi-Arch: same and ONNX's development files
-# clash with the native ones, so the cross build reads their arm64 builds from
-# a folder they are unpacked into (delete it to refresh).
-arm64_sysroot_packages=(libxnnpack0 libxnnpack-dev libpthreadpool0 libpthreadpool-dev libonnx1 libonnx-dev
-                        libonnxifi)
+# ONNX's development files clash with the native ones, so the cross build
+# reads its arm64 build from a folder it is unpacked into (delete it to
+# refresh).
+arm64_sysroot_packages=(libonnx1 libonnx-dev libonnxifi)
 unpack_arm64_sysroot() {
   local dir tmp opts=()
   dir="$(cd "$(dirname "$0")/.." && pwd)/build/sysroot-arm64"
