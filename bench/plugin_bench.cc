@@ -7,7 +7,12 @@
 #include <cstring>
 #include <memory>
 #include <random>
+#include <string>
+#include <thread>
+#include <type_traits>
 
+#include "bench/fma_peak.h"
+#include "src/model/onnx_graph.h"
 #include "src/platform/platform.h"
 #include "vorlith/model.h"
 #include "vorlith/plugin.h"
@@ -38,6 +43,31 @@ _tagVideoData Record(VLPixelBufferRef frame, Frame f) {
   in.pixelBuffer = frame;
   in.format = 1;
   return in;
+}
+
+// Multiply-accumulates of the convolutions of a shipped network for one
+// h x w input, from its graph.
+double NetworkMacs(const char* file, int h, int w) {
+  vorlith::model::Graph g;
+  std::string error;
+  if (!vorlith::model::ImportOnnx(std::string(VORLITH_BENCH_MODELS) + "/" + file, &g, &error)) return 0.0;
+  double macs = 0.0;
+  for (const vorlith::model::Op& op : g.ops) {
+    if (op.kind != vorlith::model::OpKind::kConv) continue;
+    const vorlith::model::Activation& out = g.activations[op.output];
+    macs += static_cast<double>(op.filter.size()) * out.height.At(h) * out.width.At(w);
+  }
+  return macs;
+}
+
+// Throughput counters: multiply-accumulates per second and their share of
+// the machine's FMA peak on the same number of threads.
+void ReportShareOfPeak(benchmark::State& state, double macs_per_frame, double seconds, int threads) {
+  if (state.iterations() == 0 || seconds <= 0.0) return;
+  const double rate = macs_per_frame * static_cast<double>(state.iterations()) / seconds;
+  state.counters["GMAC/s"] = rate * 1e-9;
+  state.counters["peak_GMAC/s"] = vorlith::bench::FmaPeak(threads) * 1e-9;
+  state.counters["share_of_peak"] = rate / vorlith::bench::FmaPeak(threads);
 }
 
 double Seconds(std::chrono::steady_clock::time_point a, std::chrono::steady_clock::time_point b) {
@@ -102,19 +132,56 @@ void BM_ProcessDataShipped(benchmark::State& state) {
   VLPixelBufferRef frame = NewFrame(f.w, f.h);
   _tagVideoData in = Record(frame, f), out{};
   const int want = net == NET_TYPE_FULL ? SR_OK : SR_OK_LIGHT;
+  double total = 0.0;
   for (auto _ : state) {
     const auto t0 = std::chrono::steady_clock::now();
     const int status = sr->ProcessData(&in, &out);
-    state.SetIterationTime(Seconds(t0, std::chrono::steady_clock::now()));
+    const double seconds = Seconds(t0, std::chrono::steady_clock::now());
+    state.SetIterationTime(seconds);
+    total += seconds;
     if (status != want) {
       state.SkipWithError("ProcessData failed (are models/*.onnx there?)");
       break;
     }
     VLPixelBufferRelease(out.pixelBuffer);
   }
+  // The plug-in runs its networks on every core.
+  ReportShareOfPeak(state, NetworkMacs(net == NET_TYPE_FULL ? "RTC.onnx" : "RTC_degrade.onnx", f.h, f.w), total,
+                    static_cast<int>(std::thread::hardware_concurrency()));
   VLPixelBufferRelease(frame);
   vorlith::platform::SetClockForTest(nullptr);
   vorlith::platform::SetResourceDirectoryForTest("");
+}
+
+// A shipped network alone on a frame-sized tensor, on 1 or 2 threads.
+template <class Network>
+void BM_NetworkShipped(benchmark::State& state) {
+  const Frame f = kFrames[state.range(0)];
+  const int threads = static_cast<int>(state.range(1));
+  vorlith::platform::SetResourceDirectoryForTest(VORLITH_BENCH_MODELS);
+  vorlith::ModelConfiguration config;
+  config.threads = threads;
+  auto network = Network::initWithConfiguration(config);
+  vorlith::platform::SetResourceDirectoryForTest("");
+  if (network == nullptr) {
+    state.SkipWithError("network missing");
+    return;
+  }
+  auto tensor = vorlith::MultiArray::initWithShape({1, 1, f.h, f.w}, vorlith::MultiArrayDataType::Float32);
+  std::mt19937 rng(3);
+  auto* p = static_cast<float*>(tensor->dataPointer());
+  for (int64_t i = 0; i < tensor->count(); ++i) p[i] = static_cast<float>(rng() & 255);
+  double total = 0.0;
+  for (auto _ : state) {
+    const auto t0 = std::chrono::steady_clock::now();
+    benchmark::DoNotOptimize(network->predictionFromRTC_input(tensor));
+    const double seconds = Seconds(t0, std::chrono::steady_clock::now());
+    state.SetIterationTime(seconds);
+    total += seconds;
+  }
+  ReportShareOfPeak(state, NetworkMacs(std::is_same_v<Network, vorlith::RTC> ? "RTC.onnx" : "RTC_degrade.onnx",
+                                       f.h, f.w),
+                    total, threads);
 }
 
 }  // namespace
@@ -122,4 +189,8 @@ void BM_ProcessDataShipped(benchmark::State& state) {
 // frame:0 is 640x360, frame:1 is 1280x720; net:0 is RTC (full), net:1 RTC_degrade.
 BENCHMARK(BM_ProcessDataShipped)->ArgNames({"frame", "net"})->ArgsProduct({{0, 1}, {0, 1}})
     ->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_NetworkShipped, vorlith::RTC)->ArgNames({"frame", "threads"})
+    ->ArgsProduct({{0, 1}, {1, 2}})->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_NetworkShipped, vorlith::RTC_degrade)->ArgNames({"frame", "threads"})
+    ->ArgsProduct({{0, 1}, {1, 2}})->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ProcessData)->ArgName("frame")->Arg(0)->Arg(1)->UseManualTime()->Unit(benchmark::kMillisecond);

@@ -1,0 +1,79 @@
+// The machine's fused multiply-add peak with the widest vectors dispatch
+// picks: independent chains of multiply-adds on registers, enough of them to
+// cover the latency of every FMA unit. The networks' speed is reported as a
+// share of this.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "bench/fma_peak.cc"
+#include <hwy/foreach_target.h>  // IWYU pragma: keep
+#include <hwy/highway.h>
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <thread>
+#include <vector>
+
+#include "bench/fma_peak.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace vorlith::bench {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+// Multiply-accumulates done: rounds x 16 chains x lanes. The sum comes back
+// so that nothing is optimised away.
+float FmaChains(int64_t rounds, int64_t* macs) {
+  const hn::ScalableTag<float> d;
+  const auto m = hn::Set(d, 0.999999f), c = hn::Set(d, 1e-7f);
+#define VL_CHAINS(M) M(0) M(1) M(2) M(3) M(4) M(5) M(6) M(7) M(8) M(9) M(10) M(11) M(12) M(13) M(14) M(15)
+#define VL_INIT(i) auto a##i = hn::Set(d, 1.0f + 0.01f * i);
+  VL_CHAINS(VL_INIT)
+  for (int64_t r = 0; r < rounds; ++r) {
+#define VL_STEP(i) a##i = hn::MulAdd(a##i, m, c);
+    VL_CHAINS(VL_STEP)
+  }
+#define VL_SUM(i) sum = hn::Add(sum, a##i);
+  auto sum = hn::Zero(d);
+  VL_CHAINS(VL_SUM)
+  *macs = rounds * 16 * static_cast<int64_t>(hn::Lanes(d));
+  return hn::GetLane(sum);
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace vorlith::bench
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace vorlith::bench {
+
+HWY_EXPORT(FmaChains);
+
+double MeasureFmaPeak(int threads) {
+  constexpr int64_t kRounds = int64_t{1} << 25;
+  double best = 0.0;
+  for (int trial = 0; trial < 3; ++trial) {
+    std::vector<int64_t> macs(static_cast<size_t>(threads));
+    std::vector<float> sink(static_cast<size_t>(threads));
+    const auto t0 = std::chrono::steady_clock::now();
+    std::vector<std::thread> workers;
+    for (int t = 0; t < threads; ++t) {
+      workers.emplace_back([&, t] { sink[t] = HWY_DYNAMIC_DISPATCH(FmaChains)(kRounds, &macs[t]); });
+    }
+    for (std::thread& w : workers) w.join();
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    double total = 0.0;
+    for (int64_t m : macs) total += static_cast<double>(m);
+    if (sink[0] != 0.0f) best = std::max(best, total / seconds);
+  }
+  return best;
+}
+
+double FmaPeak(int threads) {
+  static std::map<int, double> peaks;
+  auto it = peaks.find(threads);
+  if (it == peaks.end()) it = peaks.emplace(threads, MeasureFmaPeak(threads)).first;
+  return it->second;
+}
+
+}  // namespace vorlith::bench
+#endif  // HWY_ONCE
