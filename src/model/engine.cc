@@ -520,6 +520,10 @@ std::unique_ptr<Network> Network::Load(const std::string& path, int threads, std
   if (error == nullptr) error = &scratch;
   Graph graph;
   if (!ImportOnnx(path, &graph, error)) return nullptr;
+  return FromGraph(std::move(graph), threads);
+}
+
+std::unique_ptr<Network> Network::FromGraph(Graph graph, int threads) {
   return std::make_unique<Engine>(std::move(graph), threads);
 }
 

@@ -11,6 +11,8 @@
 
 namespace vorlith::model {
 
+struct Graph;
+
 class Network {
  public:
   virtual ~Network() = default;
@@ -22,6 +24,9 @@ class Network {
   // `threads` is the number of threads a prediction runs on, the caller's
   // included (1 = the caller's thread only).
   static std::unique_ptr<Network> Load(const std::string& path, int threads, std::string* error);
+
+  // The engine for a graph already imported (or built in code).
+  static std::unique_ptr<Network> FromGraph(Graph graph, int threads);
 
   // Names of the graph's single input and single output, as in the file.
   virtual const std::string& InputName() const = 0;
