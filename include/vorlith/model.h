@@ -50,7 +50,9 @@ class VORLITH_API MultiArray {
   friend class Model;
   // An array of `shape` that takes `data` (one value per element) as its
   // contents, so that a prediction hands over the runner's output uncopied.
-  static std::shared_ptr<MultiArray> adopt(const std::vector<int64_t>& shape, std::vector<float> data);
+  // When the array is released its contents go to `recycle`, if given.
+  static std::shared_ptr<MultiArray> adopt(const std::vector<int64_t>& shape, std::vector<float> data,
+                                           std::function<void(std::vector<float>)> recycle = nullptr);
 
   std::vector<int64_t> shape_, strides_;
   std::vector<float> data_;

@@ -27,8 +27,17 @@ std::shared_ptr<MultiArray> MultiArray::initWithShape(const std::vector<int64_t>
   return adopt(shape, std::vector<float>(static_cast<size_t>(count), 0.0f));
 }
 
-std::shared_ptr<MultiArray> MultiArray::adopt(const std::vector<int64_t>& shape, std::vector<float> data) {
-  auto array = std::make_shared<MultiArray>();
+std::shared_ptr<MultiArray> MultiArray::adopt(const std::vector<int64_t>& shape, std::vector<float> data,
+                                              std::function<void(std::vector<float>)> recycle) {
+  std::shared_ptr<MultiArray> array;
+  if (recycle) {
+    array.reset(new MultiArray(), [recycle = std::move(recycle)](MultiArray* a) {
+      recycle(std::move(a->data_));
+      delete a;
+    });
+  } else {
+    array = std::make_shared<MultiArray>();
+  }
   array->shape_ = shape;
   array->strides_.assign(shape.size(), 1);
   for (size_t i = shape.size() - 1; i > 0; --i) {
@@ -150,14 +159,20 @@ std::shared_ptr<FeatureProvider> Model::predictionFromFeatures(const FeatureProv
   if (shape.size() != 4 || shape[0] != 1 || shape[1] != 1) {
     return fail("input feature '" + inputName() + "' must have shape [1, 1, H, W]");
   }
-  std::vector<float> out;
+  // Outputs of earlier predictions that the caller has released are written
+  // again: they are mapped and sized already, which a new buffer would not be.
+  std::vector<float> out = network_->outputs()->Take();
   std::vector<int64_t> out_shape;
   std::string why;
   if (!network_->Run(static_cast<const float*>(array.dataPointer()), shape, &out, &out_shape,
                      &why)) {
     return fail(why);
   }
-  std::shared_ptr<MultiArray> result = MultiArray::adopt(out_shape, std::move(out));
+  std::shared_ptr<MultiArray> result = MultiArray::adopt(
+      out_shape, std::move(out),
+      [outputs = std::weak_ptr<model::OutputBuffers>(network_->outputs())](std::vector<float> data) {
+        if (const auto o = outputs.lock()) o->Give(std::move(data));
+      });
   auto provider = std::make_shared<DictionaryFeatureProvider>();
   provider->set(outputName(), FeatureValue::featureValueWithMultiArray(std::move(result)));
   return provider;

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -13,9 +14,33 @@ namespace vorlith::model {
 
 struct Graph;
 
+// Buffers of released outputs, for the next predictions to fill. Arrays may
+// be released on any thread.
+class OutputBuffers {
+ public:
+  std::vector<float> Take() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (free_.empty()) return {};
+    std::vector<float> v = std::move(free_.back());
+    free_.pop_back();
+    return v;
+  }
+  void Give(std::vector<float> v) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    // A host holds an output for a frame or two; more would only hoard memory.
+    if (free_.size() < 2) free_.push_back(std::move(v));
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<std::vector<float>> free_;
+};
+
 class Network {
  public:
   virtual ~Network() = default;
+
+  const std::shared_ptr<OutputBuffers>& outputs() const { return outputs_; }
 
   // Reads and checks an ONNX file. Returns null and a one-line reason in
   // *error when the file cannot be read or parsed, or when it uses an
@@ -45,6 +70,9 @@ class Network {
   virtual bool Run(const float* input, const std::vector<int64_t>& input_shape,
                    std::vector<float>* output, std::vector<int64_t>* output_shape,
                    std::string* error) = 0;
+
+ private:
+  std::shared_ptr<OutputBuffers> outputs_ = std::make_shared<OutputBuffers>();
 };
 
 }  // namespace vorlith::model
