@@ -84,6 +84,20 @@ TEST(NetworkWrappers, SingleBatchAndAsynchronousPrediction) {
   EXPECT_EQ(y[0], 0.0f);
   EXPECT_EQ(y[8 * 5 + 7], float(2 * 4 + 3));  // bottom-right comes from source (2, 3)
 
+  // Output memory is reused only once the caller has released the array.
+  auto other = Luma(3, 4);
+  static_cast<float*>(other->dataPointer())[11] = 100.0f;
+  const void* first = out->_161->dataPointer();
+  auto second = rtc->predictionFromRTC_input(other);
+  EXPECT_NE(second->_161->dataPointer(), first);
+  EXPECT_EQ(y[8 * 5 + 7], float(2 * 4 + 3));
+  EXPECT_EQ(static_cast<const float*>(second->_161->dataPointer())[8 * 5 + 7], 100.0f);
+  const void* reused = second->_161->dataPointer();
+  second.reset();
+  auto third = rtc->predictionFromRTC_input(Luma(3, 4));
+  EXPECT_EQ(third->_161->dataPointer(), reused);
+  EXPECT_EQ(static_cast<const float*>(third->_161->dataPointer())[8 * 5 + 7], float(2 * 4 + 3));
+
   // A batch of two sizes, then a batch holding a malformed input: empty.
   std::vector<std::shared_ptr<vorlith::RTCInput>> batch = {
       vorlith::RTCInput::initWithRTC_input(Luma(2, 2)),
