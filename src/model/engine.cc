@@ -180,8 +180,14 @@ class Engine final : public Network {
     const Shape& out = layout_.shapes[graph_.output];
     output->resize(static_cast<size_t>(out.channels * out.height * out.width));
     *output_shape = {1, out.channels, out.height, out.width};
-    float* out_data = output->data();
-    pool_.Run([&](int band) { RunBand(bands_[band], input, out_data); });
+    // One captured pointer keeps the task within std::function's own
+    // storage: a frame allocates nothing here.
+    struct Job {
+      Engine* engine;
+      const float* input;
+      float* output;
+    } job{this, input, output->data()};
+    pool_.Run([&job](int band) { job.engine->RunBand(job.engine->bands_[band], job.input, job.output); });
     return true;
   }
 
