@@ -78,30 +78,6 @@ TEST(Abi, ExportsTheKernelApiAndHidesInternals) {
   dlclose(self);
 }
 
-TEST(Abi, HostUsesTheKernelsThroughTheSharedLibrary) {
-  _StLanczos1p5x ctx{};
-  InitLanczos1p5x(&ctx);
-  // A 3x2 chroma plane of constant pairs enlarges to the same pairs.
-  std::vector<unsigned char> src(12);
-  for (int i = 0; i < 12; i += 2) {
-    src[i] = 90;
-    src[i + 1] = 200;
-  }
-  std::vector<unsigned char> dst(48);
-  Linear_2x_nv(&ctx, src.data(), dst.data(), 2, 3, 6, 12);
-  for (int i = 0; i < 48; i += 2) {
-    EXPECT_EQ(dst[i], 90);
-    EXPECT_EQ(dst[i + 1], 200);
-  }
-  std::vector<float> plane(48);
-  CvtU8ToF32_STRIDE(dst.data(), plane.data(), 4, 12, 12, 12);
-  EXPECT_EQ(plane[1], 200.0f);
-  UInitLanczos1p5x(&ctx);
-}
-
-}  // namespace
-
-namespace {
 
 // A host that knows only the public headers: it finds the shipped networks
 // where the build puts them, in the installed-tree location beside the

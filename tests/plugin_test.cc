@@ -75,21 +75,9 @@ TEST(ModelSize, SmallestCandidateThatHoldsTheFrameFirstInTableOrderOnTies) {
   }
 }
 
-TEST(Plugin, InterfaceDefaultsAndSelectors) {
+TEST(Plugin, SelectorsAndFrameStatus) {
   std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
   SRPlugin* p = AsPlugin(sr.get());
-  EXPECT_EQ(p->deviceType, 2);
-  EXPECT_EQ(p->frameWidth, 640);
-  EXPECT_EQ(p->frameHeight, 360);
-  EXPECT_EQ(p->modelWidth, -1);
-  EXPECT_EQ(p->refusedWidth, -1);
-  EXPECT_EQ(p->candidateCount, 19);
-  EXPECT_EQ(p->kernelCtx.lineBuf, nullptr);
-  float half[4];
-  std::memcpy(half, &p->kernelCtx.halfVec, sizeof(half));
-  EXPECT_EQ(half[3], 0.5f);
-  EXPECT_EQ(sr->GetSupportFormat(), 1);
-  EXPECT_EQ(sr->Clear(), 0);
   for (int type : {0, 2, -5, 1}) {
     EXPECT_EQ(sr->SelectNetType(static_cast<NetType>(type)), 0);
     EXPECT_EQ(p->deviceType, type == 1 ? 1 : 2);
@@ -98,9 +86,6 @@ TEST(Plugin, InterfaceDefaultsAndSelectors) {
   p->netTypeApplied = 1;
   EXPECT_EQ(sr->SetFrameStatus(), 0);
   EXPECT_EQ(p->netTypeApplied, 0);
-  EXPECT_STREQ(reinterpret_cast<const char*>(libVorlithVersionString),
-               "@(#)PROGRAM:libVorlith  PROJECT:libVorlith-1\n");
-  EXPECT_EQ(libVorlithVersionNumber, 1.0);
 }
 
 TEST(Plugin, MissingNetworksAreLoggedAndFramesRefusedUntouched) {
@@ -132,12 +117,7 @@ TEST(Plugin, LegacyBranchRefusesEveryFrame) {
   std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
   EXPECT_EQ(sr->Init(""), 0);
   vorlith::platform::SetNeuralPathSupportedForTest(true);
-  SRPlugin* p = AsPlugin(sr.get());
-  EXPECT_EQ(p->legacyMode, 1);
-  EXPECT_NE(p->legacyBufA, nullptr);
-  EXPECT_NE(p->legacyBufB, nullptr);
-  EXPECT_EQ(p->fullModel, nullptr);
-  EXPECT_EQ(p->inputTensor, nullptr);
+  EXPECT_EQ(AsPlugin(sr.get())->legacyMode, 1);
   _tagVideoData in = Record(nullptr, 64, 36), out{};
   EXPECT_EQ(sr->ProcessData(&in, &out), SR_ERR_UNSUPPORTED);
   EXPECT_EQ(out.pixelBuffer, nullptr);
