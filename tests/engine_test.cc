@@ -138,7 +138,8 @@ Graph Chain(int64_t channels, int body, uint32_t seed) {
 
 // Uneven kernels and padding, a clamp folded into its convolution, an
 // activation read by two operators (so nothing folds), channel broadcasts,
-// constants, and a half-pixel resize.
+// constants, a half-pixel resize, and a depth-to-space read by a
+// convolution.
 Graph Mixed(uint32_t seed) {
   Builder b(seed);
   const int c = b.Clamp(b.Conv(0, 5, 5, 3, 2, 1, 2, 1), -0.5f, 0.8f);
@@ -146,7 +147,9 @@ Graph Mixed(uint32_t seed) {
   const int sum = b.Binary(OpKind::kAdd, b.PRelu(wide), b.Binary(OpKind::kMul, wide, -1, 6));
   const int scaled = b.Binary(OpKind::kAdd, b.Binary(OpKind::kMul, 0, sum), b.Binary(OpKind::kAdd, 0, -1, 6));
   const int up = b.Resize(b.Conv(scaled, 3, 2, 4, 0, 3, 1, 0), ResizeCoords::kHalfPixel);
-  return b.Finish(b.Clamp(b.Binary(OpKind::kMul, up, b.Resize(0, ResizeCoords::kHalfPixel)), -3.0f, 3.0f));
+  const int clamped = b.Clamp(b.Binary(OpKind::kMul, up, b.Resize(0, ResizeCoords::kHalfPixel)), -3.0f, 3.0f);
+  // A convolution reads the right padding of a depth-to-space's rows.
+  return b.Finish(b.Same3x3(b.DepthToSpace(b.Same3x3(clamped, 8), 2), 1));
 }
 
 // The other resize conventions, a block-3 depth-to-space, a scalar constant

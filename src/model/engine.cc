@@ -253,7 +253,7 @@ class Engine final : public Network {
     for (const Op& op : graph_.ops) {
       if (op.kind == OpKind::kConv) {
         max_pad_left_ = std::max(max_pad_left_, op.pad_left);
-        max_pad_right_ = std::max(max_pad_right_, op.pad_right + op.kernel_w);
+        max_pad_right_ = std::max(max_pad_right_, op.pad_right);
       }
     }
   }
@@ -504,9 +504,12 @@ class Engine final : public Network {
         break;
       }
     }
-    // Columns past the width are the next convolution's right padding.
+    // Columns past the width are the next convolution's right padding. No
+    // output column inside a width reads further out, so what row functions
+    // leave beyond the padding only reaches columns that are never kept.
+    const int64_t end = out.width + max_pad_right_;
     for (int64_t c = 0; c < out.channels; ++c) {
-      std::fill(dst + c * out.stride + out.width, dst + (c + 1) * out.stride - layout_.lead, 0.0f);
+      std::fill(dst + c * out.stride + out.width, dst + c * out.stride + end, 0.0f);
     }
   }
 

@@ -6,8 +6,8 @@
 // Lanes hold neighbouring pixels of one channel, so every channel count fills
 // whole vectors. Functions compute whole vectors: they may write up to
 // kRowSlack floats past `width` and read correspondingly past their inputs'
-// widths (plus a convolution's padding on either side); the engine keeps
-// those margins allocated and zero in every row it stores.
+// widths (plus a convolution's padding on either side). The engine keeps
+// those margins allocated, and zero where a convolution's padding lies.
 #ifndef VORLITH_SRC_MODEL_ENGINE_ROWS_H_
 #define VORLITH_SRC_MODEL_ENGINE_ROWS_H_
 
