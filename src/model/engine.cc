@@ -254,6 +254,7 @@ class Engine final : public Network {
       if (op.kind == OpKind::kConv) {
         max_pad_left_ = std::max(max_pad_left_, op.pad_left);
         max_pad_right_ = std::max(max_pad_right_, op.pad_right);
+        max_kernel_h_ = std::max(max_kernel_h_, op.kernel_h);
       }
     }
   }
@@ -349,14 +350,10 @@ class Engine final : public Network {
       b.ring_rows.assign(graph_.activations.size(), 0);
       for (int64_t y = b.first_out; y < b.end_out; ++y) Ensure<false>(b, graph_.output, y, nullptr);
       b.rings.resize(graph_.activations.size());
-      int64_t max_kh = 1;
       for (size_t i = 0; i < graph_.activations.size(); ++i) {
         b.rings[i].Reset(static_cast<size_t>(b.ring_rows[i] * layout_.shapes[i].floats()));
       }
-      for (const Step& s : steps_) {
-        if (s.kind == StepKind::kConv) max_kh = std::max(max_kh, s.op->kernel_h);
-      }
-      b.row_ptrs.resize(static_cast<size_t>(max_kh));
+      b.row_ptrs.resize(static_cast<size_t>(max_kernel_h_));
     }
     layout_.in_h = h;
     layout_.in_w = w;
@@ -516,7 +513,7 @@ class Engine final : public Network {
   Graph graph_;  // holds the weights the steps point to
   std::vector<Step> steps_;
   std::vector<int> producer_;  // step index that computes each activation
-  int64_t max_pad_left_ = 0, max_pad_right_ = 0;
+  int64_t max_pad_left_ = 0, max_pad_right_ = 0, max_kernel_h_ = 1;
   struct Layout layout_;
   std::vector<Band> bands_;
   Pool pool_;
