@@ -49,38 +49,37 @@ Result Infer(Network& net, const std::vector<float>& input, int64_t h, int64_t w
   return r;
 }
 
-TEST(Network, NearestFixtureEnlargesExactlyAcrossShapeChanges) {
-  std::unique_ptr<Network> net = Load("nearest2x.onnx");
-  ASSERT_NE(net, nullptr);
-  // Odd sizes, 1x1, a repeat (same runtime) and a return to an earlier shape.
+// Fixtures whose output is a known multiple of the nearest enlargement:
+// out[c][y][x] = k(c, y, x) * in[y / 2][x / 2]. nearest2x.onnx runs at odd
+// sizes, 1x1, a repeat and a return to an earlier shape; the CRD fixture
+// reorders its convolution and writes a two-channel NCHW output.
+TEST(Network, ExactFixturesAcrossShapeChanges) {
+  const struct {
+    const char* file;
+    int64_t channels;
+    float (*k)(int64_t c, int64_t y, int64_t x);
+  } cases[] = {
+      {"nearest2x.onnx", 1, [](int64_t, int64_t, int64_t) { return 1.0f; }},
+      {"crd_two_channels.onnx", 2,
+       [](int64_t c, int64_t y, int64_t x) { return float(4 * c + 2 * (y % 2) + x % 2 + 1); }},
+  };
   const int64_t sizes[][2] = {{1, 1}, {7, 5}, {7, 5}, {2, 33}, {16, 16}, {1, 9}, {7, 5}};
-  uint32_t seed = 1;
-  for (const auto& [h, w] : sizes) {
-    const std::vector<float> in = Samples(h, w, seed++);
-    const Result r = Infer(*net, in, h, w);
-    ASSERT_TRUE(r.ok) << r.error;
-    ASSERT_EQ(r.shape, (std::vector<int64_t>{1, 1, 2 * h, 2 * w}));
-    for (int64_t y = 0; y < 2 * h; ++y) {
-      for (int64_t x = 0; x < 2 * w; ++x) {
-        ASSERT_EQ(r.data[y * 2 * w + x], in[(y / 2) * w + x / 2]) << h << "x" << w << " at " << y << "," << x;
-      }
-    }
-  }
-}
-
-TEST(Network, CrdWithSeveralChannelsReordersTheConvAndOutputIsNchw) {
-  std::unique_ptr<Network> net = Load("crd_two_channels.onnx");
-  ASSERT_NE(net, nullptr);
-  const int64_t h = 3, w = 5;
-  const std::vector<float> in = Samples(h, w, 11);
-  const Result r = Infer(*net, in, h, w);
-  ASSERT_TRUE(r.ok) << r.error;
-  ASSERT_EQ(r.shape, (std::vector<int64_t>{1, 2, 2 * h, 2 * w}));
-  for (int64_t c = 0; c < 2; ++c) {
-    for (int64_t y = 0; y < 2 * h; ++y) {
-      for (int64_t x = 0; x < 2 * w; ++x) {
-        const float k = static_cast<float>(4 * c + 2 * (y % 2) + x % 2 + 1);
-        ASSERT_EQ(r.data[(c * 2 * h + y) * 2 * w + x], k * in[(y / 2) * w + x / 2]) << c << "," << y << "," << x;
+  for (const auto& t : cases) {
+    std::unique_ptr<Network> net = Load(t.file);
+    ASSERT_NE(net, nullptr);
+    uint32_t seed = 1;
+    for (const auto& [h, w] : sizes) {
+      const std::vector<float> in = Samples(h, w, seed++);
+      const Result r = Infer(*net, in, h, w);
+      ASSERT_TRUE(r.ok) << r.error;
+      ASSERT_EQ(r.shape, (std::vector<int64_t>{1, t.channels, 2 * h, 2 * w}));
+      for (int64_t c = 0; c < t.channels; ++c) {
+        for (int64_t y = 0; y < 2 * h; ++y) {
+          for (int64_t x = 0; x < 2 * w; ++x) {
+            ASSERT_EQ(r.data[(c * 2 * h + y) * 2 * w + x], t.k(c, y, x) * in[(y / 2) * w + x / 2])
+                << t.file << " " << h << "x" << w << " at " << c << "," << y << "," << x;
+          }
+        }
       }
     }
   }
@@ -110,68 +109,51 @@ void ExpectMatchesReference(const std::string& name) {
   }
 }
 
-TEST(Network, TinySrMatchesReference) { ExpectMatchesReference("tiny_sr"); }
-
-// Both Resize modes, CRD reordering with two channels, asymmetric padding,
-// constant bias and scale, Relu6, Add of two activations, Identity.
-TEST(Network, OtherOperatorFormsMatchReference) {
-  ExpectMatchesReference("mixed_ops");
-  ExpectMatchesReference("opset10");
+// tiny_sr: the shape of the shipped networks. mixed_ops and opset10: both
+// Resize modes, CRD reordering with two channels, asymmetric padding,
+// constant bias and scale, Relu6, Add of two activations, Identity, and the
+// opset 10 forms.
+TEST(Network, FixturesMatchTheReference) {
+  for (const char* name : {"tiny_sr", "mixed_ops", "opset10"}) ExpectMatchesReference(name);
 }
 
-TEST(Network, ReportsTheGraphsTensorNames) {
-  std::unique_ptr<Network> rtc = Load("nearest2x.onnx");
-  std::unique_ptr<Network> other = Load("wrong_names.onnx");
-  ASSERT_NE(rtc, nullptr);
-  ASSERT_NE(other, nullptr);
-  EXPECT_EQ(rtc->InputName(), "RTC_input");
-  EXPECT_EQ(rtc->OutputName(), "161");
-  EXPECT_EQ(other->InputName(), "x");
-  EXPECT_EQ(other->OutputName(), "y");
-  EXPECT_TRUE(Infer(*other, Samples(2, 2, 5), 2, 2).ok);
-}
-
-TEST(Network, UnsupportedGraphsFailToLoadWithTheReason) {
-  const struct {
-    const char* file;
-    const char* error;
-  } cases[] = {
-      {"unsupported_op.onnx", "unsupported operator Softmax (node 'sm1')"},
-      {"reject_strides.onnx", "unsupported strides [2, 2] in Conv (node 'down')"},
-      {"reject_group.onnx", "unsupported group 2 in Conv (node 'grouped')"},
-      {"reject_crd_shared.onnx",
-       "DepthToSpace (node 'ps'): CRD mode with 2 output channels needs a Conv that feeds only this node"},
-      {"reject_resize_scale.onnx",
-       "unsupported scales [1, 1, 3, 3] in Resize (node 'up3') (only [1, 1, 2, 2] is supported)"},
-  };
-  for (const auto& c : cases) {
-    std::string error;
-    EXPECT_EQ(Network::Load(Fixture(c.file), 1, &error), nullptr) << c.file;
-    EXPECT_EQ(error, c.error) << c.file;
-  }
-}
-
-TEST(Network, MissingOrCorruptFilesFailToLoad) {
-  std::string error;
-  const std::string missing = Fixture("no_such_model.onnx");
-  EXPECT_EQ(Network::Load(missing, 1, &error), nullptr);
-  EXPECT_EQ(error, "cannot open " + missing + ": No such file or directory");
-
-  const std::string corrupt = testing::TempDir() + "vorlith_corrupt.onnx";
-  for (const std::string& bytes : {std::string("this is not a model\n"), std::string()}) {
-    std::ofstream(corrupt, std::ios::binary) << bytes;
-    error.clear();
-    EXPECT_EQ(Network::Load(corrupt, 1, &error), nullptr);
-    EXPECT_EQ(error, corrupt + " is not an ONNX model");
-  }
+// Each file that must not load, with its reason (empty: any reason).
+TEST(Network, UnusableFilesFailToLoadWithTheReason) {
+  const std::string dir = testing::TempDir();
+  std::ofstream(dir + "vorlith_text.onnx", std::ios::binary) << "this is not a model\n";
+  std::ofstream(dir + "vorlith_empty.onnx", std::ios::binary);
   // A file cut short mid-weights.
   std::ifstream whole(Fixture("tiny_sr.onnx"), std::ios::binary);
   const std::string bytes((std::istreambuf_iterator<char>(whole)), std::istreambuf_iterator<char>());
-  std::ofstream(corrupt, std::ios::binary) << bytes.substr(0, bytes.size() / 2);
-  error.clear();
-  EXPECT_EQ(Network::Load(corrupt, 1, &error), nullptr);
-  EXPECT_FALSE(error.empty());
-  std::remove(corrupt.c_str());
+  std::ofstream(dir + "vorlith_cut.onnx", std::ios::binary) << bytes.substr(0, bytes.size() / 2);
+  const struct {
+    std::string path, error;
+  } cases[] = {
+      {Fixture("unsupported_op.onnx"), "unsupported operator Softmax (node 'sm1')"},
+      {Fixture("reject_strides.onnx"), "unsupported strides [2, 2] in Conv (node 'down')"},
+      {Fixture("reject_group.onnx"), "unsupported group 2 in Conv (node 'grouped')"},
+      {Fixture("reject_crd_shared.onnx"),
+       "DepthToSpace (node 'ps'): CRD mode with 2 output channels needs a Conv that feeds only this node"},
+      {Fixture("reject_resize_scale.onnx"),
+       "unsupported scales [1, 1, 3, 3] in Resize (node 'up3') (only [1, 1, 2, 2] is supported)"},
+      {Fixture("no_such_model.onnx"),
+       "cannot open " + Fixture("no_such_model.onnx") + ": No such file or directory"},
+      {dir + "vorlith_text.onnx", dir + "vorlith_text.onnx is not an ONNX model"},
+      {dir + "vorlith_empty.onnx", dir + "vorlith_empty.onnx is not an ONNX model"},
+      {dir + "vorlith_cut.onnx", ""},
+  };
+  for (const auto& c : cases) {
+    std::string error;
+    EXPECT_EQ(Network::Load(c.path, 1, &error), nullptr) << c.path;
+    if (c.error.empty()) {
+      EXPECT_FALSE(error.empty()) << c.path;
+    } else {
+      EXPECT_EQ(error, c.error) << c.path;
+    }
+  }
+  for (const char* name : {"vorlith_text.onnx", "vorlith_empty.onnx", "vorlith_cut.onnx"}) {
+    std::remove((dir + name).c_str());
+  }
 }
 
 TEST(Network, RunRejectsInputsOfTheWrongShape) {

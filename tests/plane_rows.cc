@@ -10,10 +10,6 @@
 namespace vorlith::check {
 namespace {
 
-int Uniform(std::mt19937& rng, int lo, int hi) {
-  return std::uniform_int_distribution<int>(lo, hi)(rng);
-}
-
 Row Linear2xNv() {
   Row row{"Linear_2x_nv", {"h", "w", "src_pad", "dst_pad"}, {{0, 4, 0, 0}, {4, 0, 0, 0}},
           nullptr, nullptr};

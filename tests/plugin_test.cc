@@ -75,7 +75,7 @@ TEST(ModelSize, SmallestCandidateThatHoldsTheFrameFirstInTableOrderOnTies) {
   }
 }
 
-TEST(Plugin, SelectorsAndFrameStatus) {
+TEST(Plugin, SelectorsMapEveryNetTypeToADevice) {
   std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
   SRPlugin* p = AsPlugin(sr.get());
   for (int type : {0, 2, -5, 1}) {
@@ -83,60 +83,48 @@ TEST(Plugin, SelectorsAndFrameStatus) {
     EXPECT_EQ(p->deviceType, type == 1 ? 1 : 2);
     EXPECT_EQ(sr->GetDeviceType(), 1);  // deliberately 1 for both networks
   }
-  p->netTypeApplied = 1;
-  EXPECT_EQ(sr->SetFrameStatus(), 0);
-  EXPECT_EQ(p->netTypeApplied, 0);
 }
 
-TEST(Plugin, MissingNetworksAreLoggedAndFramesRefusedUntouched) {
-  LogCapture log;
-  ResourceDirectory resources("", "");
-  std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
-  EXPECT_EQ(sr->Init("ignored"), 0);
-  EXPECT_EQ(AsPlugin(sr.get())->fullModel, nullptr);
-  EXPECT_EQ(AsPlugin(sr.get())->lightModel, nullptr);
-  ASSERT_EQ(log.lines.size(), 2u);
-  EXPECT_EQ(log.lines[0], "Could not load RTC.onnx in the bundle resource");
-  EXPECT_EQ(log.lines[1], "Could not load RTC_degrade.onnx in the bundle resource");
-  EXPECT_EQ(sr->GetSupportFormat(), 1);
+// The luma of the nearest2x fixture network, the bilinear chroma.
+void ExpectNearest(VLPixelBufferRef in, VLPixelBufferRef out, int width, int height) {
+  EXPECT_EQ(VLPixelBufferGetWidthOfPlane(out, 1), size_t(width));
+  EXPECT_EQ(VLPixelBufferGetHeightOfPlane(out, 1), size_t(height));
+  vorlith::test::ExpectNearestLumaBilinearChroma(PackedPlane(in, 0), PackedPlane(in, 1),
+                                                 PackedPlane(out, 0), PackedPlane(out, 1), width,
+                                                 height);
+}
 
-  std::mt19937 rng(1);
-  VLPixelBufferRef frame = RandomFrame(64, 36, rng);
-  _tagVideoData in = Record(frame, 64, 36);
-  _tagVideoData out;
-  std::memset(&out, 0x3C, sizeof(out));
-  EXPECT_EQ(sr->ProcessData(&in, &out), SR_ERR_UNSUPPORTED);
-  for (size_t i = 0; i < sizeof(out); ++i) {
-    ASSERT_EQ(reinterpret_cast<uint8_t*>(&out)[i], 0x3C) << "byte " << i;
+// The affine fixture gives 2*Y - 100 in each 2x2 block: values from -100 to
+// 410. The first 8*(W2/8) output columns saturate, the last W2%8 wrap.
+void ExpectAffine(VLPixelBufferRef in, VLPixelBufferRef out, int width, int height) {
+  const std::vector<uint8_t> y = PackedPlane(in, 0), y2 = PackedPlane(out, 0);
+  const int w2 = 2 * width, body = w2 / 8 * 8;
+  for (int r = 0; r < 2 * height; ++r) {
+    for (int c = 0; c < w2; ++c) {
+      const float value = 2.0f * y[size_t(r / 2) * width + c / 2] - 100.0f;
+      ASSERT_EQ(y2[size_t(r) * w2 + c], vorlith::oracle::F32ToU8(value, c < body))
+          << r << "," << c << " value " << value;
+    }
   }
-  VLPixelBufferRelease(frame);
 }
 
-TEST(Plugin, LegacyBranchRefusesEveryFrame) {
-  vorlith::platform::SetNeuralPathSupportedForTest(false);
-  std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
-  EXPECT_EQ(sr->Init(""), 0);
-  vorlith::platform::SetNeuralPathSupportedForTest(true);
-  EXPECT_EQ(AsPlugin(sr.get())->legacyMode, 1);
-  _tagVideoData in = Record(nullptr, 64, 36), out{};
-  EXPECT_EQ(sr->ProcessData(&in, &out), SR_ERR_UNSUPPORTED);
-  EXPECT_EQ(out.pixelBuffer, nullptr);
-  // The destructor frees both legacy buffers (a leak would fail under ASan).
-}
+using PixelCheck = void (*)(VLPixelBufferRef in, VLPixelBufferRef out, int width, int height);
 
-class PluginEndToEnd : public testing::Test {
+class PluginTest : public testing::Test {
  protected:
-  void SetUp() override {
+  // A plug-in with these fixture files (empty: none) as its two networks.
+  void Start(const std::string& full, const std::string& light) {
+    sr_.reset();
+    resources_.reset();  // before the next one is made: it resets the directory
+    resources_ = std::make_unique<ResourceDirectory>(full, light);
     sr_.reset(SuperResolutionInterface::Create());
     ASSERT_EQ(sr_->Init(""), 0);
-    ASSERT_NE(plugin()->fullModel, nullptr);
-    ASSERT_NE(plugin()->lightModel, nullptr);
   }
   SRPlugin* plugin() { return AsPlugin(sr_.get()); }
 
-  // Runs one random frame; on success checks the output against the exact
-  // nearest-neighbour luma and the bilinear chroma.
-  int RunFrame(int width, int height, bool check_pixels = true) {
+  // Runs one random frame. With an output, checks its record and, given a
+  // check, its pixels; without one, that the output record was not touched.
+  int RunFrame(int width, int height, PixelCheck check = ExpectNearest) {
     VLPixelBufferRef frame = RandomFrame(width, height, rng_);
     _tagVideoData in = Record(frame, width, height);
     _tagVideoData out;
@@ -153,7 +141,7 @@ class PluginEndToEnd : public testing::Test {
       for (int i = 20; i < 56; ++i) {
         EXPECT_EQ(reinterpret_cast<uint8_t*>(&out)[i], 0x5D) << "host byte " << i;
       }
-      if (check_pixels) CheckPixels(frame, out.pixelBuffer, width, height);
+      if (check != nullptr) check(frame, out.pixelBuffer, width, height);
       VLPixelBufferRelease(out.pixelBuffer);
     } else {
       for (size_t i = 0; i < sizeof(out); ++i) {
@@ -164,37 +152,62 @@ class PluginEndToEnd : public testing::Test {
     return status;
   }
 
-  void CheckPixels(VLPixelBufferRef in, VLPixelBufferRef out, int width, int height) {
-    const std::vector<uint8_t> y = PackedPlane(in, 0), uv = PackedPlane(in, 1);
-    const std::vector<uint8_t> y2 = PackedPlane(out, 0), uv2 = PackedPlane(out, 1);
-    int bad = 0;
-    for (int r = 0; r < 2 * height && bad < 5; ++r) {
-      for (int c = 0; c < 2 * width; ++c) {
-        if (y2[size_t(r) * 2 * width + c] != y[size_t(r / 2) * width + c / 2] && ++bad <= 5) {
-          ADD_FAILURE() << "luma " << r << "," << c;
-        }
-      }
-    }
-    // The output chroma plane (width x height pairs) is the enlarged input
-    // chroma, cropped by one row and pair for odd sizes.
-    const int cw = (width + 1) / 2, ch = (height + 1) / 2;
-    ASSERT_EQ(VLPixelBufferGetWidthOfPlane(out, 1), size_t(width));
-    ASSERT_EQ(VLPixelBufferGetHeightOfPlane(out, 1), size_t(height));
-    for (int r = 0; r < height && bad < 5; ++r) {
-      for (int c = 0; c < width; ++c) {
-        for (int k = 0; k < 2; ++k) {
-          const uint8_t want = vorlith::oracle::Linear2xNvSample(uv.data(), 2 * cw, ch, cw, r, c, k);
-          if (uv2[size_t(r) * 2 * width + 2 * c + k] != want && ++bad <= 5) {
-            ADD_FAILURE() << "chroma " << r << "," << c << "," << k;
-          }
-        }
-      }
-    }
-  }
-
-  ResourceDirectory resources_{"nearest2x.onnx", "nearest2x.onnx"};
+  std::unique_ptr<ResourceDirectory> resources_;
   std::unique_ptr<SuperResolutionInterface> sr_;
   std::mt19937 rng_{42};
+};
+
+TEST_F(PluginTest, MissingNetworksAreLoggedAndFramesRefusedUntouched) {
+  LogCapture log;
+  Start("", "");
+  EXPECT_EQ(plugin()->fullModel, nullptr);
+  EXPECT_EQ(plugin()->lightModel, nullptr);
+  ASSERT_EQ(log.lines.size(), 2u);
+  EXPECT_EQ(log.lines[0], "Could not load RTC.onnx in the bundle resource");
+  EXPECT_EQ(log.lines[1], "Could not load RTC_degrade.onnx in the bundle resource");
+  EXPECT_EQ(sr_->GetSupportFormat(), 1);
+  EXPECT_EQ(RunFrame(64, 36), SR_ERR_UNSUPPORTED);
+}
+
+TEST_F(PluginTest, LegacyBranchRefusesEveryFrame) {
+  vorlith::platform::SetNeuralPathSupportedForTest(false);
+  Start("nearest2x.onnx", "nearest2x.onnx");
+  vorlith::platform::SetNeuralPathSupportedForTest(true);
+  EXPECT_EQ(plugin()->legacyMode, 1);
+  EXPECT_EQ(RunFrame(64, 36), SR_ERR_UNSUPPORTED);
+  // The destructor frees both legacy buffers (a leak would fail under ASan).
+}
+
+TEST_F(PluginTest, OutputLumaSaturatesInTheBodyAndWrapsInTheLastColumns) {
+  Start("nearest2x_affine.onnx", "nearest2x_affine.onnx");
+  for (auto [w, h] : std::vector<std::pair<int, int>>{{641, 3}, {2, 2}, {5, 4}}) {
+    SCOPED_TRACE(testing::Message() << w << "x" << h);
+    EXPECT_EQ(RunFrame(w, h, ExpectAffine), SR_OK);
+  }
+}
+
+TEST_F(PluginTest, BrokenNetworksRefuseFramesWithoutLeaks) {
+  LogCapture log;
+  // Loads, but its tensors are not named "RTC_input" and "161".
+  Start("wrong_names.onnx", "wrong_names.onnx");
+  ASSERT_NE(plugin()->fullModel, nullptr);
+  EXPECT_EQ(RunFrame(16, 16), SR_ERR_UNSUPPORTED);
+  EXPECT_TRUE(log.lines.empty());
+  Start("unsupported_op.onnx", "nearest2x.onnx");
+  EXPECT_EQ(plugin()->fullModel, nullptr);
+  EXPECT_NE(plugin()->lightModel, nullptr);
+  ASSERT_EQ(log.lines.size(), 1u);
+  EXPECT_NE(log.lines[0].find("RTC.onnx"), std::string::npos) << log.lines[0];
+  EXPECT_NE(log.lines[0].find("unsupported operator"), std::string::npos) << log.lines[0];
+}
+
+class PluginEndToEnd : public PluginTest {
+ protected:
+  void SetUp() override {
+    Start("nearest2x.onnx", "nearest2x.onnx");
+    ASSERT_NE(plugin()->fullModel, nullptr);
+    ASSERT_NE(plugin()->lightModel, nullptr);
+  }
 };
 
 TEST_F(PluginEndToEnd, EnlargesFramesOfEveryShapeExactly) {
@@ -210,7 +223,7 @@ TEST_F(PluginEndToEnd, EnlargesFramesOfEveryShapeExactly) {
 }
 
 TEST_F(PluginEndToEnd, SizeLimitsAndFormat) {
-  EXPECT_EQ(RunFrame(1280, 1280, /*check_pixels=*/false), SR_OK);
+  EXPECT_EQ(RunFrame(1280, 1280, nullptr), SR_OK);
   _tagVideoData in = Record(nullptr, 1281, 10), out{};
   EXPECT_EQ(sr_->ProcessData(&in, &out), SR_ERR_TOO_LARGE);
   in = Record(nullptr, uint32_t(-640), 360);
@@ -231,14 +244,14 @@ TEST_F(PluginEndToEnd, SizeLimitsAndFormat) {
 TEST_F(PluginEndToEnd, GovernorFallsBackThenRefusesOneSize) {
   FakeClock clock;
   clock.step = 31000;  // 31 ms a frame: over the full network's 30
-  for (int i = 0; i < 30; ++i) ASSERT_EQ(RunFrame(64, 36, false), SR_OK) << i;
-  EXPECT_EQ(RunFrame(64, 36, false), SR_OK);  // 31st frame: decides, still returns 0
+  for (int i = 0; i < 30; ++i) ASSERT_EQ(RunFrame(64, 36, nullptr), SR_OK) << i;
+  EXPECT_EQ(RunFrame(64, 36, nullptr), SR_OK);  // 31st frame: decides, still returns 0
   EXPECT_EQ(plugin()->deviceType, 1);
   EXPECT_EQ(plugin()->periodFrames, 0);
-  EXPECT_EQ(RunFrame(64, 36, false), SR_OK_LIGHT);
+  EXPECT_EQ(RunFrame(64, 36, nullptr), SR_OK_LIGHT);
 
   clock.step = 51000;  // over the light network's 50 ms
-  for (int i = 1; i < 30; ++i) ASSERT_EQ(RunFrame(64, 36, false), SR_OK_LIGHT) << i;
+  for (int i = 1; i < 30; ++i) ASSERT_EQ(RunFrame(64, 36, nullptr), SR_OK_LIGHT) << i;
   const int frames = plugin()->frameCount;
   EXPECT_EQ(RunFrame(64, 36), SR_ERR_TOO_SLOW);  // processed, with output
   EXPECT_EQ(plugin()->frameCount, frames);
@@ -263,72 +276,18 @@ TEST_F(PluginEndToEnd, GovernorFallsBackThenRefusesOneSize) {
 TEST_F(PluginEndToEnd, SetFrameStatusUndoesAFallback) {
   FakeClock clock;
   clock.step = 40000;
-  for (int i = 0; i < 31; ++i) ASSERT_EQ(RunFrame(32, 32, false), SR_OK);
+  for (int i = 0; i < 31; ++i) ASSERT_EQ(RunFrame(32, 32, nullptr), SR_OK);
   EXPECT_EQ(plugin()->deviceType, 1);
   clock.step = 1000;
-  EXPECT_EQ(RunFrame(32, 32, false), SR_OK_LIGHT);
+  EXPECT_EQ(RunFrame(32, 32, nullptr), SR_OK_LIGHT);
   sr_->SetFrameStatus();
-  EXPECT_EQ(RunFrame(32, 32, false), SR_OK);  // netType 0 re-applied
+  EXPECT_EQ(RunFrame(32, 32, nullptr), SR_OK);  // netType 0 re-applied
   EXPECT_EQ(plugin()->deviceType, 2);
   EXPECT_EQ(plugin()->periodFrames, 2);  // the period was not reset
 
   sr_->SelectNetType(NET_TYPE_LIGHT);
   sr_->SetFrameStatus();
-  EXPECT_EQ(RunFrame(32, 32, false), SR_OK_LIGHT);
-}
-
-TEST(Plugin, OutputLumaSaturatesInTheBodyAndWrapsInTheLastColumns) {
-  // The affine fixture gives 2*Y - 100 in each 2x2 block: values from -100 to
-  // 410. The first 8*(W2/8) output columns saturate, the last W2%8 wrap.
-  ResourceDirectory resources("nearest2x_affine.onnx", "nearest2x_affine.onnx");
-  std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
-  ASSERT_EQ(sr->Init(""), 0);
-  std::mt19937 rng(9);
-  for (auto [w, h] : std::vector<std::pair<int, int>>{{641, 3}, {2, 2}, {5, 4}}) {
-    SCOPED_TRACE(testing::Message() << w << "x" << h);
-    VLPixelBufferRef frame = RandomFrame(w, h, rng);
-    _tagVideoData in = Record(frame, w, h), out{};
-    ASSERT_EQ(sr->ProcessData(&in, &out), SR_OK);
-    const std::vector<uint8_t> y = PackedPlane(frame, 0), y2 = PackedPlane(out.pixelBuffer, 0);
-    const int w2 = 2 * w, body = w2 / 8 * 8;
-    for (int r = 0; r < 2 * h; ++r) {
-      for (int c = 0; c < w2; ++c) {
-        const float value = 2.0f * y[size_t(r / 2) * w + c / 2] - 100.0f;
-        ASSERT_EQ(y2[size_t(r) * w2 + c], vorlith::oracle::F32ToU8(value, c < body))
-            << r << "," << c << " value " << value;
-      }
-    }
-    VLPixelBufferRelease(out.pixelBuffer);
-    VLPixelBufferRelease(frame);
-  }
-}
-
-TEST(Plugin, BrokenNetworksRefuseFramesWithoutLeaks) {
-  LogCapture log;
-  {
-    // Loads, but its tensors are not named "RTC_input" and "161".
-    ResourceDirectory resources("wrong_names.onnx", "wrong_names.onnx");
-    std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
-    ASSERT_EQ(sr->Init(""), 0);
-    ASSERT_NE(AsPlugin(sr.get())->fullModel, nullptr);
-    std::mt19937 rng(5);
-    VLPixelBufferRef frame = RandomFrame(16, 16, rng);
-    _tagVideoData in = Record(frame, 16, 16), out{};
-    EXPECT_EQ(sr->ProcessData(&in, &out), SR_ERR_UNSUPPORTED);
-    EXPECT_EQ(out.pixelBuffer, nullptr);
-    VLPixelBufferRelease(frame);
-  }
-  EXPECT_TRUE(log.lines.empty());
-  {
-    ResourceDirectory resources("unsupported_op.onnx", "nearest2x.onnx");
-    std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
-    ASSERT_EQ(sr->Init(""), 0);
-    EXPECT_EQ(AsPlugin(sr.get())->fullModel, nullptr);
-    EXPECT_NE(AsPlugin(sr.get())->lightModel, nullptr);
-  }
-  ASSERT_EQ(log.lines.size(), 1u);
-  EXPECT_NE(log.lines[0].find("RTC.onnx"), std::string::npos) << log.lines[0];
-  EXPECT_NE(log.lines[0].find("unsupported operator"), std::string::npos) << log.lines[0];
+  EXPECT_EQ(RunFrame(32, 32, nullptr), SR_OK_LIGHT);
 }
 
 }  // namespace

@@ -13,10 +13,6 @@ namespace {
 using oracle::Resampler;
 using oracle::ResampleH;
 
-int Uniform(std::mt19937& rng, int lo, int hi) {
-  return std::uniform_int_distribution<int>(lo, hi)(rng);
-}
-
 // Zeroes the context's tap fields: outputs that take them become 0, so a
 // pass that uses its constant taps where the context's are due shows up.
 void ZeroContextTaps(_StLanczos1p5x* ctx) {

@@ -12,13 +12,11 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "tests/support/plugin_fixture.h"
-#include "vorlith/plugin.h"
 
 namespace {
 
@@ -42,14 +40,6 @@ int LinesWith(const std::string& text, const std::string& part) {
   for (std::string line; std::getline(lines, line);) n += line.find(part) != std::string::npos;
   return n;
 }
-
-// ffprobe's view of the first video stream (frames counted by decoding) and
-// of the audio codec, if any.
-struct Probe {
-  std::map<std::string, std::string> video;
-  std::string audio;
-  int Int(const std::string& key) const { return std::atoi(video.at(key).c_str()); }
-};
 
 class Cli : public testing::Test {
  protected:
@@ -93,8 +83,10 @@ class Cli : public testing::Test {
     return path;
   }
 
-  static Probe ProbeFile(const std::string& path) {
-    Probe probe;
+  // ffprobe's view of the first video stream (frames counted by decoding),
+  // and the audio codec, if any, as "audio".
+  static std::map<std::string, std::string> ProbeFile(const std::string& path) {
+    std::map<std::string, std::string> probe;
     const Result v = Shell("ffprobe -v error -count_frames -select_streams v:0 -show_entries "
                            "stream=codec_name,width,height,nb_read_frames,r_frame_rate,start_time "
                            "-of default=nw=1 " + path);
@@ -102,12 +94,20 @@ class Cli : public testing::Test {
     std::istringstream lines(v.out);
     for (std::string line; std::getline(lines, line);) {
       const size_t eq = line.find('=');
-      if (eq != std::string::npos) probe.video[line.substr(0, eq)] = line.substr(eq + 1);
+      if (eq != std::string::npos) probe[line.substr(0, eq)] = line.substr(eq + 1);
     }
     const Result a = Shell("ffprobe -v error -select_streams a:0 -show_entries stream=codec_name "
                            "-of csv=p=0 " + path);
-    probe.audio = a.out.substr(0, a.out.find('\n'));
+    probe["audio"] = a.out.substr(0, a.out.find('\n'));
     return probe;
+  }
+
+  // Expects ffprobe to report these values.
+  static void ExpectVideo(const std::string& path, const std::map<std::string, std::string>& want) {
+    const std::map<std::string, std::string> probe = ProbeFile(path);
+    for (const auto& [key, value] : want) {
+      EXPECT_EQ(probe.count(key) ? probe.at(key) : "(missing)", value) << key << " of " << path;
+    }
   }
 
   // Nothing under the output's name, finished or not, after a failed run.
@@ -125,12 +125,8 @@ TEST_F(Cli, EnlargesTheShippedSample) {
   const std::string out = File("city_2x.mp4");
   const Result r = Vorlith("upscale " VORLITH_SAMPLES "/city.mp4 " + out + " --stats --preset ultrafast");
   ASSERT_EQ(r.code, 0) << r.err;
-  const Probe p = ProbeFile(out);
-  EXPECT_EQ(p.video.at("codec_name"), "h264");
-  EXPECT_EQ(p.Int("width"), 1440);
-  EXPECT_EQ(p.Int("height"), 808);
-  EXPECT_EQ(p.Int("nb_read_frames"), 50);
-  EXPECT_EQ(p.video.at("r_frame_rate"), "25/1");
+  ExpectVideo(out, {{"codec_name", "h264"}, {"width", "1440"}, {"height", "808"},
+                    {"nb_read_frames", "50"}, {"r_frame_rate", "25/1"}});
   EXPECT_EQ(LinesWith(r.out, " t="), 50) << r.out;  // --stats: one line a frame
   EXPECT_NE(r.out.find("frames: 50 in, 50 out"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("95th percentile"), std::string::npos) << r.out;
@@ -138,11 +134,32 @@ TEST_F(Cli, EnlargesTheShippedSample) {
   EXPECT_NE(r.err.find("50/50 frames"), std::string::npos) << r.err;
 }
 
-// A lossless round trip at an odd size: each enlarged frame must be the
-// plug-in's own output for that frame, luma and chroma. Fewer than 31
-// frames, so the time governor never decides anything.
+// The frames of a Y4M 4:2:0 file (one header line, then "FRAME\n" and the
+// Y, U and V planes of each) as packed NV12 planes.
+std::vector<std::pair<std::vector<uint8_t>, std::vector<uint8_t>>> Y4mFrames(
+    const std::string& data, int width, int height) {
+  std::vector<std::pair<std::vector<uint8_t>, std::vector<uint8_t>>> frames;
+  const size_t luma = size_t(width) * height, chroma = size_t((width + 1) / 2) * ((height + 1) / 2);
+  size_t at = data.find('\n') + 1;
+  while (data.compare(at, 5, "FRAME") == 0) {
+    at = data.find('\n', at) + 1;
+    if (at + luma + 2 * chroma > data.size()) break;
+    std::vector<uint8_t> y(data.begin() + at, data.begin() + at + luma), uv(2 * chroma);
+    for (size_t i = 0; i < chroma; ++i) {
+      uv[2 * i] = data[at + luma + i];
+      uv[2 * i + 1] = data[at + luma + chroma + i];
+    }
+    frames.emplace_back(std::move(y), std::move(uv));
+    at += luma + 2 * chroma;
+  }
+  return frames;
+}
+
+// A lossless round trip at an odd size: each enlarged frame must be what
+// the fixture network makes of it, luma and chroma. Fewer than 31 frames,
+// so the time governor never decides anything.
 TEST_F(Cli, LosslessOutputIsThePluginsOutputForEachFrame) {
-  const int w = 203, h = 117, frames = 8;
+  const int w = 203, h = 117;
   const std::string in = Clip("pattern.y4m",
                               "-f lavfi -i testsrc2=size=204x118:rate=10 -vf crop=203:117:0:0:exact=1 "
                               "-frames:v 8 -pix_fmt yuv420p");
@@ -150,68 +167,13 @@ TEST_F(Cli, LosslessOutputIsThePluginsOutputForEachFrame) {
   const Result r = Vorlith("upscale -q " + in + " " + out);
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(r.out, "");
-
-  // Y4M: one header line, then "FRAME\n" and three planes per frame.
-  const auto planes = [](const std::string& data, int width, int height) {
-    std::vector<std::string> frames;
-    size_t at = data.find('\n') + 1;
-    const size_t cw = (width + 1) / 2, ch = (height + 1) / 2;
-    const size_t bytes = size_t(width) * height + 2 * cw * ch;
-    while (at < data.size() && data.compare(at, 5, "FRAME") == 0) {
-      at = data.find('\n', at) + 1;
-      frames.push_back(data.substr(at, bytes));
-      at += bytes;
-    }
-    return frames;
-  };
-  const std::vector<std::string> src = planes(ReadFile(in), w, h);
-  const std::vector<std::string> dst = planes(ReadFile(out), 2 * w, 2 * h);
-  ASSERT_EQ(src.size(), size_t(frames));
-  ASSERT_EQ(dst.size(), size_t(frames));
-
-  vorlith::test::ResourceDirectory networks("nearest2x.onnx", "nearest2x.onnx");
-  std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
-  sr->Init("");
-  const size_t cw = (w + 1) / 2, ch = (h + 1) / 2;
-  for (int f = 0; f < frames; ++f) {
+  const auto src = Y4mFrames(ReadFile(in), w, h), dst = Y4mFrames(ReadFile(out), 2 * w, 2 * h);
+  ASSERT_EQ(src.size(), 8u);
+  ASSERT_EQ(dst.size(), 8u);
+  for (size_t f = 0; f < src.size(); ++f) {
     SCOPED_TRACE(f);
-    VLPixelBufferRef buffer = nullptr;
-    ASSERT_EQ(VLPixelBufferCreate(w, h, kVLPixelFormatType_420YpCbCr8BiPlanarVideoRange, &buffer), 0);
-    VLPixelBufferLockBaseAddress(buffer, 0);
-    auto* y = static_cast<char*>(VLPixelBufferGetBaseAddressOfPlane(buffer, 0));
-    auto* uv = static_cast<char*>(VLPixelBufferGetBaseAddressOfPlane(buffer, 1));
-    const size_t ys = VLPixelBufferGetBytesPerRowOfPlane(buffer, 0);
-    const size_t uvs = VLPixelBufferGetBytesPerRowOfPlane(buffer, 1);
-    const char* u = src[f].data() + size_t(w) * h;
-    const char* v = u + cw * ch;
-    for (int row = 0; row < h; ++row) std::copy_n(src[f].data() + size_t(row) * w, w, y + row * ys);
-    for (size_t row = 0; row < ch; ++row) {
-      for (size_t x = 0; x < cw; ++x) {
-        uv[row * uvs + 2 * x] = u[row * cw + x];
-        uv[row * uvs + 2 * x + 1] = v[row * cw + x];
-      }
-    }
-    VLPixelBufferUnlockBaseAddress(buffer, 0);
-    _tagVideoData frame_in{static_cast<uint32_t>(w), static_cast<uint32_t>(h), buffer, 1, {}, 0, 0};
-    _tagVideoData frame_out{};
-    ASSERT_EQ(sr->ProcessData(&frame_in, &frame_out), SR_OK);
-    VLPixelBufferRelease(buffer);
-
-    const std::vector<uint8_t> want_y = vorlith::test::PackedPlane(frame_out.pixelBuffer, 0);
-    const std::vector<uint8_t> want_uv = vorlith::test::PackedPlane(frame_out.pixelBuffer, 1);
-    VLPixelBufferRelease(frame_out.pixelBuffer);
-    const size_t y_bytes = size_t(4) * w * h, c_bytes = size_t(w) * h;  // 2W x 2H, W x H
-    ASSERT_EQ(want_y.size(), y_bytes);
-    std::string want(want_y.begin(), want_y.end());
-    for (int c = 0; c < 2; ++c) {
-      for (size_t i = 0; i < c_bytes; ++i) want += static_cast<char>(want_uv[2 * i + c]);
-    }
-    ASSERT_EQ(dst[f].size(), want.size());
-    size_t differ = 0, first = 0;
-    for (size_t i = want.size(); i-- > 0;) {
-      if (dst[f][i] != want[i]) ++differ, first = i;
-    }
-    EXPECT_EQ(differ, 0u) << "first at byte " << first << " (luma is " << y_bytes << " bytes)";
+    vorlith::test::ExpectNearestLumaBilinearChroma(src[f].first, src[f].second, dst[f].first,
+                                                   dst[f].second, w, h);
   }
 }
 
@@ -226,13 +188,11 @@ TEST_F(Cli, SizeChangeMidStreamKeepsEveryFrame) {
   const Result r = Vorlith("upscale --codec ffv1 " + joined + " " + out);
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_NE(r.out.find("size changes from 320x240 to 176x144"), std::string::npos) << r.out;
-  const Probe p = ProbeFile(out);
-  EXPECT_EQ(p.video.at("codec_name"), "ffv1");
-  EXPECT_EQ(p.Int("width"), 640);
-  EXPECT_EQ(p.Int("height"), 480);
   // The decoder may drop a frame at the join; what it decodes must all come out.
-  EXPECT_EQ(p.Int("nb_read_frames"), ProbeFile(joined).Int("nb_read_frames"));
-  EXPECT_GE(p.Int("nb_read_frames"), 14);
+  const int decoded = std::atoi(ProbeFile(joined)["nb_read_frames"].c_str());
+  EXPECT_GE(decoded, 14);
+  ExpectVideo(out, {{"codec_name", "ffv1"}, {"width", "640"}, {"height", "480"},
+                    {"nb_read_frames", std::to_string(decoded)}});
 }
 
 // A portrait clip at an NTSC rate with audio, from a start point: the rate
@@ -245,64 +205,52 @@ TEST_F(Cli, PortraitClipKeepsRateAndAudioFromAStartPoint) {
   const std::string out = File("portrait_2x.mp4");
   const Result r = Vorlith("upscale --start 0.5 --frames 20 --preset ultrafast " + in + " " + out);
   ASSERT_EQ(r.code, 0) << r.err;
-  const Probe p = ProbeFile(out);
-  EXPECT_EQ(p.Int("width"), 360);
-  EXPECT_EQ(p.Int("height"), 640);
-  EXPECT_EQ(p.Int("nb_read_frames"), 20);
-  EXPECT_EQ(p.video.at("r_frame_rate"), "30000/1001");
-  EXPECT_LT(std::atof(p.video.at("start_time").c_str()), 0.05);
-  EXPECT_EQ(p.audio, "aac");
+  ExpectVideo(out, {{"width", "360"}, {"height", "640"}, {"nb_read_frames", "20"},
+                    {"r_frame_rate", "30000/1001"}, {"audio", "aac"}});
+  const std::map<std::string, std::string> probe = ProbeFile(out);
+  ASSERT_EQ(probe.count("start_time"), 1u);
+  EXPECT_LT(std::atof(probe.at("start_time").c_str()), 0.05);
 }
 
-TEST_F(Cli, FramesAboveTheLimitNeedFit) {
+// A frame wider than 1280 is refused (see the failures below) unless --fit.
+TEST_F(Cli, FitShrinksFramesAboveTheLimit) {
   const std::string in = Clip("wide.y4m", "-f lavfi -i testsrc2=size=1290x96:rate=25 -frames:v 3 -pix_fmt yuv420p");
   const std::string out = File("wide_2x.mkv");
-  const Result refused = Vorlith("upscale " + in + " " + out);
-  EXPECT_EQ(refused.code, 3);
-  EXPECT_NE(refused.err.find("1290x96"), std::string::npos) << refused.err;
-  EXPECT_NE(refused.err.find("at most 1280"), std::string::npos) << refused.err;
-  EXPECT_NE(refused.err.find("--fit"), std::string::npos) << refused.err;
-  ExpectNoOutput(out);
-
   const Result fitted = Vorlith("upscale --fit --preset ultrafast " + in + " " + out);
   ASSERT_EQ(fitted.code, 0) << fitted.err;
-  const Probe p = ProbeFile(out);
-  EXPECT_EQ(p.Int("width"), 2560);
-  EXPECT_EQ(p.Int("height"), 190);
-  EXPECT_EQ(p.Int("nb_read_frames"), 3);
+  ExpectVideo(out, {{"width", "2560"}, {"height", "190"}, {"nb_read_frames", "3"}});
 }
 
-TEST_F(Cli, BadInputsFailWithAMessageAndLeaveNoOutput) {
+// Each failure exits with its code and message and leaves no output.
+TEST_F(Cli, FailuresExitWithTheirCodeAndLeaveNoOutput) {
   const std::string out = File("bad_2x.mkv");
-  Result r = Vorlith("upscale " + File("missing.mp4") + " " + out);
-  EXPECT_EQ(r.code, 1);
-  EXPECT_NE(r.err.find("cannot read " + File("missing.mp4")), std::string::npos) << r.err;
-
   std::ofstream(File("garbage.mp4")) << "not a video";
-  r = Vorlith("upscale -q " + File("garbage.mp4") + " " + out);
-  EXPECT_EQ(r.code, 1);
-  EXPECT_NE(r.err.find("cannot read"), std::string::npos) << r.err;
-
-  // Cut in half: the run fails only at the end, after the output was begun.
   const std::string whole = Clip("whole.mkv", "-f lavfi -i testsrc2=size=160x90:rate=25 -frames:v 20 -c:v ffv1");
-  const std::string cut = File("cut.mkv");
   const std::string data = ReadFile(whole);
-  std::ofstream(cut, std::ios::binary) << data.substr(0, data.size() / 2);
-  r = Vorlith("upscale -q " + cut + " " + out);
-  EXPECT_EQ(r.code, 1);
-  EXPECT_NE(r.err.find("truncated"), std::string::npos) << r.err;
-  ExpectNoOutput(out);
-
-  // The output's folder does not exist.
-  r = Vorlith("upscale " + whole + " " + File("no/such/folder/out.mp4"));
-  EXPECT_EQ(r.code, 1);
-  EXPECT_NE(r.err.find("cannot write"), std::string::npos) << r.err;
-
-  r = Vorlith("upscale " + whole + " " + File("out.unknown"));
-  EXPECT_EQ(r.code, 2);
-  r = Vorlith("upscale --net medium " + whole + " " + out);
-  EXPECT_EQ(r.code, 2);
-  ExpectNoOutput(out);
+  std::ofstream(File("cut.mkv"), std::ios::binary) << data.substr(0, data.size() / 2);
+  const std::string wide = Clip("wide.y4m", "-f lavfi -i testsrc2=size=1290x96:rate=25 -frames:v 3 -pix_fmt yuv420p");
+  const struct {
+    std::string args;
+    int code;
+    std::vector<std::string> messages;
+  } cases[] = {
+      {File("missing.mp4") + " " + out, 1, {"cannot read " + File("missing.mp4")}},
+      {"-q " + File("garbage.mp4") + " " + out, 1, {"cannot read"}},
+      // Cut in half: the run fails only at the end, after the output was begun.
+      {"-q " + File("cut.mkv") + " " + out, 1, {"truncated"}},
+      {whole + " " + File("no/such/folder/out.mp4"), 1, {"cannot write"}},
+      {whole + " " + File("out.unknown"), 2, {}},
+      {"--net medium " + whole + " " + out, 2, {}},
+      {wide + " " + out, 3, {"1290x96", "at most 1280", "--fit"}},
+  };
+  for (const auto& c : cases) {
+    const Result r = Vorlith("upscale " + c.args);
+    EXPECT_EQ(r.code, c.code) << c.args;
+    for (const std::string& m : c.messages) {
+      EXPECT_NE(r.err.find(m), std::string::npos) << c.args << ": " << r.err;
+    }
+    ExpectNoOutput(out);
+  }
 }
 
 TEST_F(Cli, MissingNetworksAreNamed) {
@@ -322,21 +270,16 @@ TEST_F(Cli, MissingNetworksAreNamed) {
 TEST_F(Cli, StillsAndTheComparisonImage) {
   const std::string in = Clip("still.png", "-f lavfi -i testsrc2=size=160x90 -frames:v 1");
   const std::string png = File("still_2x.png"), jpg = File("still_2x.jpg"), cmp = File("compare.png");
-  Result r = Vorlith("image " + in + " " + png);
-  ASSERT_EQ(r.code, 0) << r.err;
-  Probe p = ProbeFile(png);
-  EXPECT_EQ(p.Int("width"), 320);
-  EXPECT_EQ(p.Int("height"), 180);
-  r = Vorlith("image " + in + " " + jpg);
-  ASSERT_EQ(r.code, 0) << r.err;
-  EXPECT_EQ(ProbeFile(jpg).video.at("codec_name"), "mjpeg");
-
+  for (const std::string& still : {png, jpg}) {
+    const Result r = Vorlith("image " + in + " " + still);
+    ASSERT_EQ(r.code, 0) << r.err;
+  }
+  ExpectVideo(png, {{"codec_name", "png"}, {"width", "320"}, {"height", "180"}});
+  ExpectVideo(jpg, {{"codec_name", "mjpeg"}});
   // 60x40 crop: two 120x80 panels 8 pixels apart under a 30-pixel caption.
-  r = Vorlith("compare --crop 60x40+10+10 " + in + " " + cmp);
+  const Result r = Vorlith("compare --crop 60x40+10+10 " + in + " " + cmp);
   ASSERT_EQ(r.code, 0) << r.err;
-  p = ProbeFile(cmp);
-  EXPECT_EQ(p.Int("width"), 248);
-  EXPECT_EQ(p.Int("height"), 110);
+  ExpectVideo(cmp, {{"width", "248"}, {"height", "110"}});
 }
 
 }  // namespace

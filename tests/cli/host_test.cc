@@ -3,9 +3,11 @@
 // do to the output, and the errors that stop a run.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <memory>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include "tests/support/plugin_fixture.h"
@@ -102,22 +104,16 @@ TEST(PluginHost, StartingOnTheLightNetworkIsNoFallback) {
 
 TEST(PluginHost, SizeLimitAndUnusableNetworksStopTheRun) {
   const Frame in = RandomFrame(8, 8, 3);
-  PluginHost too_large(std::make_unique<ScriptedPlugin>(std::vector<int>{SR_ERR_TOO_LARGE}),
-                       NET_TYPE_FULL);
-  try {
-    too_large.Enlarge(in);
-    FAIL() << "no error";
-  } catch (const CliError& e) {
-    EXPECT_EQ(e.code(), kExitTooLarge);
-    EXPECT_NE(std::string(e.what()).find("1280"), std::string::npos) << e.what();
-  }
-  PluginHost unusable(std::make_unique<ScriptedPlugin>(std::vector<int>{SR_ERR_UNSUPPORTED}),
-                      NET_TYPE_FULL);
-  try {
-    unusable.Enlarge(in);
-    FAIL() << "no error";
-  } catch (const CliError& e) {
-    EXPECT_EQ(e.code(), kExitNoNetwork);
+  for (auto [status, code, message] : {std::tuple{SR_ERR_TOO_LARGE, kExitTooLarge, "1280"},
+                                       {SR_ERR_UNSUPPORTED, kExitNoNetwork, ""}}) {
+    PluginHost host(std::make_unique<ScriptedPlugin>(std::vector<int>{status}), NET_TYPE_FULL);
+    try {
+      host.Enlarge(in);
+      ADD_FAILURE() << "no error for status " << status;
+    } catch (const CliError& e) {
+      EXPECT_EQ(e.code(), code);
+      EXPECT_NE(std::string(e.what()).find(message), std::string::npos) << e.what();
+    }
   }
 }
 
@@ -141,19 +137,13 @@ TEST(BilinearEnlarge, LumaMatchesTheLibraryChromaKernel) {
 }
 
 TEST(FitSize, KeepsTheAspectWithinTheLimit) {
-  int w = 0, h = 0;
-  FitSize(1920, 1080, &w, &h);
-  EXPECT_EQ(w, 1280);
-  EXPECT_EQ(h, 720);
-  FitSize(1080, 1920, &w, &h);
-  EXPECT_EQ(w, 720);
-  EXPECT_EQ(h, 1280);
-  FitSize(1281, 3, &w, &h);
-  EXPECT_EQ(w, 1280);
-  EXPECT_EQ(h, 3);
-  FitSize(1280, 1280, &w, &h);
-  EXPECT_EQ(w, 1280);
-  EXPECT_EQ(h, 1280);
+  for (auto [w, h, fit_w, fit_h] : {std::array{1920, 1080, 1280, 720}, {1080, 1920, 720, 1280},
+                                    {1281, 3, 1280, 3}, {1280, 1280, 1280, 1280}}) {
+    int got_w = 0, got_h = 0;
+    FitSize(w, h, &got_w, &got_h);
+    EXPECT_EQ(got_w, fit_w) << w << "x" << h;
+    EXPECT_EQ(got_h, fit_h) << w << "x" << h;
+  }
 }
 
 TEST(HostStats, NearestRankPercentile) {

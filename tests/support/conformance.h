@@ -29,6 +29,10 @@ constexpr uint8_t kSentinel = 0xA7;  // output bytes the kernel must not write
 struct Row;
 void RunRow(const Row& row);
 
+inline int Uniform(std::mt19937& rng, int lo, int hi) {
+  return std::uniform_int_distribution<int>(lo, hi)(rng);
+}
+
 // One case of a row: its inputs, the oracle's output and how to call the
 // kernel. Outputs start as kSentinel, so bytes a kernel must leave alone
 // (row gaps, rows it does not write) are expected to keep it.

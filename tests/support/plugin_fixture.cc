@@ -6,7 +6,10 @@
 #include <cstring>
 #include <filesystem>
 
+#include <gtest/gtest.h>
+
 #include "src/platform/platform.h"
+#include "tests/oracle/oracle.h"
 
 namespace vorlith::test {
 
@@ -55,6 +58,34 @@ std::vector<uint8_t> PackedPlane(VLPixelBufferRef buffer, int plane) {
   std::vector<uint8_t> packed(row_bytes * rows);
   for (size_t y = 0; y < rows; ++y) std::memcpy(&packed[y * row_bytes], base + y * stride, row_bytes);
   return packed;
+}
+
+void ExpectNearestLumaBilinearChroma(const std::vector<uint8_t>& y, const std::vector<uint8_t>& uv,
+                                     const std::vector<uint8_t>& y2,
+                                     const std::vector<uint8_t>& uv2, int width, int height) {
+  ASSERT_EQ(y2.size(), size_t(4) * width * height);
+  ASSERT_EQ(uv2.size(), size_t(2) * width * height);
+  int bad = 0;
+  for (int r = 0; r < 2 * height && bad < 5; ++r) {
+    for (int c = 0; c < 2 * width; ++c) {
+      if (y2[size_t(r) * 2 * width + c] != y[size_t(r / 2) * width + c / 2] && ++bad <= 5) {
+        ADD_FAILURE() << "luma " << r << "," << c;
+      }
+    }
+  }
+  // The output chroma plane (width x height pairs) is the enlarged input
+  // chroma of ((width + 1) / 2) x ((height + 1) / 2) pairs.
+  const int cw = (width + 1) / 2, ch = (height + 1) / 2;
+  for (int r = 0; r < height && bad < 5; ++r) {
+    for (int c = 0; c < width; ++c) {
+      for (int k = 0; k < 2; ++k) {
+        const uint8_t want = oracle::Linear2xNvSample(uv.data(), 2 * cw, ch, cw, r, c, k);
+        if (uv2[size_t(r) * 2 * width + 2 * c + k] != want && ++bad <= 5) {
+          ADD_FAILURE() << "chroma " << r << "," << c << "," << k;
+        }
+      }
+    }
+  }
 }
 
 }  // namespace vorlith::test

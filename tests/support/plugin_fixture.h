@@ -35,6 +35,14 @@ VLPixelBufferRef RandomFrame(int width, int height, std::mt19937& rng);
 // width bytes, 2*width for the chroma plane).
 std::vector<uint8_t> PackedPlane(VLPixelBufferRef buffer, int plane);
 
+// Checks an enlargement by the nearest2x.onnx fixture network, packed NV12
+// planes in and out: each luma sample becomes a 2x2 block and the chroma is
+// the library's bilinear 2x, cropped by one row and pair for odd sizes.
+// Reports at most five differing samples.
+void ExpectNearestLumaBilinearChroma(const std::vector<uint8_t>& y, const std::vector<uint8_t>& uv,
+                                     const std::vector<uint8_t>& y2,
+                                     const std::vector<uint8_t>& uv2, int width, int height);
+
 }  // namespace vorlith::test
 
 #endif  // VORLITH_TESTS_SUPPORT_PLUGIN_FIXTURE_H_
