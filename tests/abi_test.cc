@@ -39,7 +39,13 @@ TEST(Abi, ExportsTheKernelApiAndHidesInternals) {
         "_Z15HCubic1p5x_NEONP14_StLanczos1p5xPhPiii",
         "_Z13HCubic2x_NEONP14_StLanczos1p5xPhPiii",
         "_Z11VCubic_NEONP14_StLanczos1p5xPPiPhPKsii",
-        "lanczos2xRowRing"}) {
+        "lanczos2xRowRing",
+        // Bilinear 2x, 3x and 4x.
+        "_Z9Linear_2xP14_StLanczos1p5xPhS1_ii", "_Z9Linear_3xP14_StLanczos1p5xPhS1_ii",
+        "_Z9Linear_4xP14_StLanczos1p5xPhS1_ii", "_Z21HResizeLinear_2x_NEONPhPsii",
+        "_Z21HResizeLinear_3x_NEONPhPtii", "_Z21HResizeLinear_4x_NEONPhPsii",
+        "_Z23VResizeLinear_3x_NEON_1P14_StLanczos1p5xPPtPhii",
+        "_Z23VResizeLinear_3x_NEON_2P14_StLanczos1p5xPPtPhii", "_Z19Linear_3x_give_NEONPhPtii"}) {
     EXPECT_NE(dlsym(self, exported), nullptr) << exported;
   }
   // The vector steps: their lane types mangle as the Arm vector types on

@@ -1,7 +1,11 @@
-// Conformance rows of the Lanczos and bicubic resamplers: the drivers, their
-// exported horizontal and vertical passes, and the single vector steps.
+// Conformance rows of the Lanczos, bicubic and bilinear resamplers: the
+// drivers, their exported horizontal and vertical passes, and the single
+// vector steps.
 #include <algorithm>
+#include <bit>
 #include <cstddef>
+
+#include <gtest/gtest.h>
 
 #include "tests/oracle/oracle.h"
 #include "tests/support/conformance.h"
@@ -346,6 +350,113 @@ void AddVectorSteps(std::vector<Row>& rows) {
   }
 }
 
+// ---- Bilinear 2x, 3x, 4x: drivers, row passes and the 3x vertical passes ----
+void AddLinear(std::vector<Row>& rows) {
+  using LinearFn = _StLanczos1p5x* (*)(_StLanczos1p5x*, unsigned char*, unsigned char*, int, int);
+  const std::pair<int, LinearFn> drivers[] = {{2, Linear_2x}, {3, Linear_3x}, {4, Linear_4x}};
+  for (auto [r, fn] : drivers) {
+    // image 0 random, 1 blocks of 0 and 255, 2 constant.
+    Row row{"Linear_" + std::to_string(r) + "x", {"h", "w", "image"}, {{0, 4, 0}, {4, 0, 0}},
+            nullptr, nullptr};
+    for (int w : {1, 2, 8, 9, 16, 17, 23}) {
+      for (int h : {1, 2, 5}) row.sizes.push_back({h, w, int(row.sizes.size() % 3)});
+    }
+    row.draw = [](std::mt19937& rng) {
+      return Params{Uniform(rng, 1, 12), Uniform(rng, 1, 100), Uniform(rng, 0, 2)};
+    };
+    row.make = [r, fn](const Params& p, Case& c) {
+      const int h = p[0], w = p[1];
+      const size_t n = h < 1 || w < 1 ? 0 : size_t(h) * w;
+      uint8_t* src = c.In<uint8_t>(n);
+      const uint8_t level = static_cast<uint8_t>(c.rng());
+      for (size_t i = 0; i < n; ++i) {
+        src[i] = p[2] == 0   ? static_cast<uint8_t>(c.rng())
+                 : p[2] == 1 ? ((i % w / 3 + i / w / 2) % 2 ? 255 : 0) : level;
+      }
+      c.Out<uint8_t>(size_t(r) * r * n, size_t(r) * std::max(w, 1));
+      for (int y = 0; n && y < r * h; ++y) {
+        for (int x = 0; x < r * w; ++x) {
+          c.Want(size_t(y) * r * w + x, oracle::LinearIntSample(r, src, h, w, y, x));
+        }
+      }
+      _StLanczos1p5x* ctx = c.Context();
+      c.run = [=](void* out) { EXPECT_EQ(fn(ctx, src, static_cast<uint8_t*>(out), h, w), ctx); };
+    };
+    rows.push_back(std::move(row));
+  }
+
+  using HFn = void (*)(uint8_t*, uint16_t*, int, int);
+  const std::pair<int, HFn> hpasses[] = {
+      {2, [](uint8_t* s, uint16_t* d, int g, int p) {
+         HResizeLinear_2x_NEON(s, reinterpret_cast<short*>(d), g, p);
+       }},
+      {3, HResizeLinear_3x_NEON},
+      {4, [](uint8_t* s, uint16_t* d, int g, int p) {
+         HResizeLinear_4x_NEON(s, reinterpret_cast<short*>(d), g, p);
+       }}};
+  for (auto [r, fn] : hpasses) {
+    Row row{"HResizeLinear_" + std::to_string(r) + "x_NEON", {"groups", "singles"}, {}, nullptr,
+            nullptr};
+    for (int g : {0, 1, 2}) {
+      for (int p = 0; p < 8; ++p) row.sizes.push_back({g, p});
+    }
+    row.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 7)}; };
+    row.make = [r, fn](const Params& q, Case& c) {
+      const int w = 8 * q[0] + q[1] + 1;
+      uint8_t* src = c.RandomBytes(w);
+      c.Out<uint16_t>(size_t(r) * w, size_t(r) * w);
+      for (int j = 0; j < r * w; ++j) c.Want(j, uint16_t(oracle::LinearIntH(r, src, w, j)));
+      c.run = [=](void* out) { fn(src, static_cast<uint16_t*>(out), q[0], q[1]); };
+    };
+    rows.push_back(std::move(row));
+  }
+
+  // Older row weight, newer row weight (0: the give pass on the older row).
+  struct VPass3x {
+    const char* name;
+    int wa, wb;
+  };
+  for (const VPass3x v : {VPass3x{"VResizeLinear_3x_NEON_1", 2, 1},
+                          VPass3x{"VResizeLinear_3x_NEON_2", 1, 2},
+                          VPass3x{"Linear_3x_give_NEON", 1, 0}}) {
+    // mode 0: any 16-bit rows (sums wrap in the body); 1: sums a 3x
+    // horizontal pass makes.
+    Row row{v.name, {"groups", "singles", "mode"}, {}, nullptr, nullptr};
+    for (auto [g, s] : {std::pair{0, 7}, {1, 0}, {2, 5}, {4, 3}}) {
+      for (int mode : {0, 1}) row.sizes.push_back({g, s, mode});
+    }
+    row.draw = [](std::mt19937& rng) {
+      return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 7), Uniform(rng, 0, 1)};
+    };
+    row.make = [v](const Params& q, Case& c) {
+      const int n = 8 * q[0] + q[1];
+      // Slot 1 holds the older row, so the ring indices must be followed.
+      unsigned short** slots = c.In<unsigned short*>(2);
+      for (int k = 0; k < 2; ++k) {
+        slots[k] = c.In<unsigned short>(n);
+        for (int x = 0; x < n; ++x) {
+          slots[k][x] = static_cast<unsigned short>(q[2] ? Uniform(c.rng, 0, 765) : c.rng());
+        }
+      }
+      c.Out<uint8_t>(n, n);
+      const float f = std::bit_cast<float>(v.wb ? 0x3DE38E39u : 0x3EAAAAABu);
+      for (int x = 0; x < n; ++x) {
+        const int64_t s = int64_t{v.wa} * slots[1][x] + int64_t{v.wb} * slots[0][x];
+        c.Want(x, oracle::LinearIntRound(s, f, x < 8 * q[0]));
+      }
+      _StLanczos1p5x* ctx = c.Context();
+      c.run = [=](void* out) {
+        ctx->rowIndex[0] = 1;
+        ctx->rowIndex[1] = 0;
+        auto* dst = static_cast<uint8_t*>(out);
+        if (v.wb == 0) Linear_3x_give_NEON(dst, slots[1], q[0], q[1]);
+        else (v.wa == 2 ? VResizeLinear_3x_NEON_1 : VResizeLinear_3x_NEON_2)(ctx, slots, dst, q[0], q[1]);
+      };
+    };
+    rows.push_back(std::move(row));
+  }
+}
+
 }  // namespace
 
 std::vector<Row> ResampleRows() {
@@ -354,6 +465,7 @@ std::vector<Row> ResampleRows() {
   AddHorizontalPasses(rows);
   AddVerticalPasses(rows);
   AddVectorSteps(rows);
+  AddLinear(rows);
   return rows;
 }
 

@@ -46,6 +46,59 @@ VORLITH_API void HResizeLinear_2x_nv_NEON(unsigned char* src, short* dst, int gr
 VORLITH_API void VResizeLinear_NEON(_StLanczos1p5x* ctx, short** rowsBuf, unsigned char* dst,
                                     short const* weights, int groups, int tail, float scale);
 
+// ---- Bilinear 2x, 3x and 4x -------------------------------------------------
+//
+// Enlarge a packed W x H plane to rW x rH (r = 2, 3, 4; output stride rW).
+// Output pixel j samples source position (j + 0.5)/r - 0.5, clamped to the
+// first and last source pixel, in both directions, with weights in quarters
+// (2x), thirds (3x) or eighths (4x). Each source row is filtered once into
+// rW 16-bit sums (weights totalling 4, 3 or 8) in a ring of two rows in
+// ctx->lineBuf (slot 0 at lineBuf, slot 1 rW elements further on; names in
+// rowIndex[0] (older) and rowIndex[1] (newer), reset to 0, 1 on each call),
+// so rW <= 20480 with the 81920 bytes InitLanczos1p5x allocates. An output
+// row blends the two ring rows: S = wA*older + wB*newer, times f in single
+// precision, rounded by one of two rules, both part of the contract:
+// - the first 8*(rW/8) values of a row: S in 16-bit lanes read as signed,
+//   float(S)*f + 0.5f in single precision, truncated (saturating), its low
+//   16 bits read as signed and clamped to 0..255;
+// - the last rW%8: S in 32 bits, negative S to 0, float(S)*f in single
+//   precision, + 0.5 in double, truncated, capped at 255.
+// For the sums a horizontal pass makes (at most 8*255) the two agree: both
+// round S*f half up. f is 1/16 (bits 0x3D800000) for 2x, 1/64 (0x3C800000)
+// for 4x; 3x blends with 1/9 (0x3DE38E39) and divides the rows that lie on
+// a source row (3i+1, and the clamped first and last two) by 3 with 1/3
+// (0x3EAAAAAB). A width or height below 1 writes nothing. Each returns ctx.
+VORLITH_API _StLanczos1p5x* Linear_2x(_StLanczos1p5x* ctx, unsigned char* src,
+                                      unsigned char* dst, int height, int width);
+VORLITH_API _StLanczos1p5x* Linear_3x(_StLanczos1p5x* ctx, unsigned char* src,
+                                      unsigned char* dst, int height, int width);
+VORLITH_API _StLanczos1p5x* Linear_4x(_StLanczos1p5x* ctx, unsigned char* src,
+                                      unsigned char* dst, int height, int width);
+
+// Horizontal passes of one row of W = 8*groups + singles + 1 pixels into rW
+// sums (drivers: groups = (W-1)/8, singles = (W-1)%8); exactly W bytes read.
+// Between a pixel a and its right neighbour b: 2x 3a+b, a+3b; 3x 3a, 2a+b,
+// a+2b; 4x 7a+b, 5a+3b, 3a+5b, a+7b. Edges: 2x 4x[0] before, 4x[W-1]
+// after; 3x 3x[0] before, 3x[W-1] twice after; 4x 8x[0] twice before,
+// 8x[W-1] twice after.
+VORLITH_API void HResizeLinear_2x_NEON(unsigned char* src, short* dst, int groups, int singles);
+VORLITH_API void HResizeLinear_3x_NEON(unsigned char* src, unsigned short* dst, int groups,
+                                       int singles);
+VORLITH_API void HResizeLinear_4x_NEON(unsigned char* src, short* dst, int groups, int singles);
+
+// 3x vertical passes: 8*groups + singles bytes by the rules above, from
+// older = rows[ctx->rowIndex[0]] and newer = rows[ctx->rowIndex[1]]:
+// _1 S = 2*older + newer, _2 S = older + 2*newer, both with f = 1/9.
+// Row values of 32768 or more (no horizontal pass makes them) are read as
+// negative by the first rule and as they are by the second.
+VORLITH_API void VResizeLinear_3x_NEON_1(_StLanczos1p5x* ctx, unsigned short** rows,
+                                         unsigned char* dst, int groups, int singles);
+VORLITH_API void VResizeLinear_3x_NEON_2(_StLanczos1p5x* ctx, unsigned short** rows,
+                                         unsigned char* dst, int groups, int singles);
+// A 3x row on a source row: S = row, f = 1/3, same rules.
+VORLITH_API void Linear_3x_give_NEON(unsigned char* dst, unsigned short* row, int groups,
+                                     int singles);
+
 // ---- Lanczos and bicubic resamplers -----------------------------------------
 //
 // Separable fixed-ratio enlargers of 8-bit planes with Q11 integer taps (the
