@@ -350,107 +350,137 @@ void AddVectorSteps(std::vector<Row>& rows) {
   }
 }
 
-// ---- Bilinear 2x, 3x, 4x: drivers, row passes and the 3x vertical passes ----
+// ---- Bilinear resamplers: drivers, row passes, the 3x vertical passes ----
+struct LinearDriver {
+  const char* name;
+  int num, den;  // output size num * n / den; sizes below den write nothing
+  _StLanczos1p5x* (*run)(_StLanczos1p5x*, unsigned char*, unsigned char*, int, int);
+  void (*row)(uint8_t* src, uint16_t* dst, int groups, int singles);  // den * (8g + s + 1) pixels
+};
+
+template <void (*F)(unsigned char*, short*, int, int)>
+void AsU16(uint8_t* src, uint16_t* dst, int groups, int singles) {
+  F(src, reinterpret_cast<short*>(dst), groups, singles);
+}
+
 void AddLinear(std::vector<Row>& rows) {
-  using LinearFn = _StLanczos1p5x* (*)(_StLanczos1p5x*, unsigned char*, unsigned char*, int, int);
-  const std::pair<int, LinearFn> drivers[] = {{2, Linear_2x}, {3, Linear_3x}, {4, Linear_4x}};
-  for (auto [r, fn] : drivers) {
+  const LinearDriver drivers[] = {
+      {"Linear_2x", 2, 1, Linear_2x, AsU16<HResizeLinear_2x_NEON>},
+      {"Linear_3x", 3, 1, Linear_3x, HResizeLinear_3x_NEON},
+      {"Linear_4x", 4, 1, Linear_4x, AsU16<HResizeLinear_4x_NEON>},
+      {"Linear_1p5x", 3, 2, Linear_1p5x, AsU16<HResizeLinear_1p5x_NEON>},
+      {"Linear_4div3x", 4, 3, Linear_4div3x, AsU16<HResizeLinear_4div3x_NEON>},
+  };
+  for (const LinearDriver& d : drivers) {
     // image 0 random, 1 blocks of 0 and 255, 2 constant.
-    Row row{"Linear_" + std::to_string(r) + "x", {"h", "w", "image"}, {{0, 4, 0}, {4, 0, 0}},
-            nullptr, nullptr};
-    for (int w : {1, 2, 8, 9, 16, 17, 23}) {
-      for (int h : {1, 2, 5}) row.sizes.push_back({h, w, int(row.sizes.size() % 3)});
+    Row row{d.name, {"h", "w", "image"}, {{0, 4, 0}, {4, 0, 0}}, nullptr, nullptr};
+    for (int w : {1, 2, 3, 8, 9, 16, 17, 18, 23, 24, 27, 29}) {
+      for (int h : {1, 2, 3, 5, 7}) row.sizes.push_back({h, w, int(row.sizes.size() % 3)});
     }
     row.draw = [](std::mt19937& rng) {
       return Params{Uniform(rng, 1, 12), Uniform(rng, 1, 100), Uniform(rng, 0, 2)};
     };
-    row.make = [r, fn](const Params& p, Case& c) {
-      const int h = p[0], w = p[1];
-      const size_t n = h < 1 || w < 1 ? 0 : size_t(h) * w;
-      uint8_t* src = c.In<uint8_t>(n);
+    row.make = [d](const Params& p, Case& c) {
+      const int h = std::max(p[0], 0), w = std::max(p[1], 0);
+      uint8_t* src = c.In<uint8_t>(size_t(h) * w);
       const uint8_t level = static_cast<uint8_t>(c.rng());
-      for (size_t i = 0; i < n; ++i) {
-        src[i] = p[2] == 0   ? static_cast<uint8_t>(c.rng())
-                 : p[2] == 1 ? ((i % w / 3 + i / w / 2) % 2 ? 255 : 0) : level;
+      for (int i = 0; i < h * w; ++i) {
+        const int block = (i % w / 3 + i / w / 2) % 2 * 255;
+        src[i] = p[2] == 0 ? uint8_t(c.rng()) : p[2] == 1 ? block : level;
       }
-      c.Out<uint8_t>(size_t(r) * r * n, size_t(r) * std::max(w, 1));
-      for (int y = 0; n && y < r * h; ++y) {
-        for (int x = 0; x < r * w; ++x) {
-          c.Want(size_t(y) * r * w + x, oracle::LinearIntSample(r, src, h, w, y, x));
+      const int ow = d.num * w / d.den, oh = d.num * (h - h % d.den) / d.den;
+      c.Out<uint8_t>(size_t(ow) * oh, std::max(ow, 1));
+      for (int y = 0; h >= d.den && w >= d.den && y < oh; ++y) {
+        for (int x = 0; x < ow; ++x) {
+          c.Want(size_t(y) * ow + x, oracle::LinearSample(d.num, d.den, src, h, w, y, x));
         }
       }
       _StLanczos1p5x* ctx = c.Context();
-      c.run = [=](void* out) { EXPECT_EQ(fn(ctx, src, static_cast<uint8_t*>(out), h, w), ctx); };
+      c.run = [=](void* out) { EXPECT_EQ(d.run(ctx, src, static_cast<uint8_t*>(out), h, w), ctx); };
     };
     rows.push_back(std::move(row));
-  }
 
-  using HFn = void (*)(uint8_t*, uint16_t*, int, int);
-  const std::pair<int, HFn> hpasses[] = {
-      {2, [](uint8_t* s, uint16_t* d, int g, int p) {
-         HResizeLinear_2x_NEON(s, reinterpret_cast<short*>(d), g, p);
-       }},
-      {3, HResizeLinear_3x_NEON},
-      {4, [](uint8_t* s, uint16_t* d, int g, int p) {
-         HResizeLinear_4x_NEON(s, reinterpret_cast<short*>(d), g, p);
-       }}};
-  for (auto [r, fn] : hpasses) {
-    Row row{"HResizeLinear_" + std::to_string(r) + "x_NEON", {"groups", "singles"}, {}, nullptr,
-            nullptr};
+    Row hrow{std::string("HResizeLinear_") + (d.name + 7) + "_NEON", {"groups", "singles"}, {},
+             nullptr, nullptr};
     for (int g : {0, 1, 2}) {
-      for (int p = 0; p < 8; ++p) row.sizes.push_back({g, p});
+      for (int s = 0; s < 8; ++s) hrow.sizes.push_back({g, s});
     }
-    row.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 7)}; };
-    row.make = [r, fn](const Params& q, Case& c) {
-      const int w = 8 * q[0] + q[1] + 1;
+    hrow.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 7)}; };
+    hrow.make = [d](const Params& q, Case& c) {
+      const int w = d.den * (8 * q[0] + q[1] + 1), n = d.num * w / d.den;
       uint8_t* src = c.RandomBytes(w);
-      c.Out<uint16_t>(size_t(r) * w, size_t(r) * w);
-      for (int j = 0; j < r * w; ++j) c.Want(j, uint16_t(oracle::LinearIntH(r, src, w, j)));
-      c.run = [=](void* out) { fn(src, static_cast<uint16_t*>(out), q[0], q[1]); };
+      c.Out<uint16_t>(n, n);
+      for (int j = 0; j < n; ++j) c.Want(j, uint16_t(oracle::LinearH(d.num, d.den, src, w, j)));
+      c.run = [=](void* out) { d.row(src, static_cast<uint16_t*>(out), q[0], q[1]); };
     };
-    rows.push_back(std::move(row));
+    rows.push_back(std::move(hrow));
   }
 
-  // Older row weight, newer row weight (0: the give pass on the older row).
-  struct VPass3x {
-    const char* name;
-    int wa, wb;
+  // The 1.5x vector steps over pairs start .. start+7 of a row.
+  Row load{"u8_2x_to_s16_NEON_8LEN", {}, {{}}, [](std::mt19937&) { return Params{}; }, nullptr,
+           false};
+  load.make = [](const Params&, Case& c) {
+    uint8_t* src = c.RandomBytes(16);
+    c.Out<int16_t>(16, 8);
+    for (int i = 0; i < 16; ++i) c.Want(i, int16_t{src[2 * (i % 8) + i / 8]});
+    c.run = [=](void* out) {
+      auto* v = static_cast<__simd128_int16_t*>(out);
+      u8_2x_to_s16_NEON_8LEN(src, v[0], v[1]);
+    };
   };
-  for (const VPass3x v : {VPass3x{"VResizeLinear_3x_NEON_1", 2, 1},
-                          VPass3x{"VResizeLinear_3x_NEON_2", 1, 2},
-                          VPass3x{"Linear_3x_give_NEON", 1, 0}}) {
-    // mode 0: any 16-bit rows (sums wrap in the body); 1: sums a 3x
-    // horizontal pass makes.
-    Row row{v.name, {"groups", "singles", "mode"}, {}, nullptr, nullptr};
+  rows.push_back(std::move(load));
+  Row cal{"HLinear_1p5x_NEON_CAL", {"start"}, {{0}, {5}}, nullptr, nullptr, false};
+  cal.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 20)}; };
+  cal.make = [](const Params& q, Case& c) {
+    constexpr int kWidth = 60;
+    const uint8_t* line = c.RandomBytes(kWidth);
+    auto* in = c.In<__simd128_int16_t>(3);
+    int16_t lanes[3][8];
+    for (int k = 0; k < 8; ++k) {
+      for (int v = 0; v < 3; ++v) lanes[v][k] = line[2 * (q[0] + k) + v];
+    }
+    std::memcpy(static_cast<void*>(in), lanes, sizeof(lanes));
+    c.Out<int16_t>(24, 3);
+    for (int j = 0; j < 24; ++j) {
+      c.Want(j, int16_t(oracle::LinearH(3, 2, line, kWidth, 1 + 3 * q[0] + j)));
+    }
+    c.run = [=](void* out) {
+      HLinear_1p5x_NEON_CAL(static_cast<short*>(out), in[0], in[1], in[2]);
+    };
+  };
+  rows.push_back(std::move(cal));
+
+  // 3x vertical passes, weights of the older and newer rows (give: older / 3).
+  for (auto [name, wa, wb] : {std::tuple{"VResizeLinear_3x_NEON_1", 2, 1},
+                              {"VResizeLinear_3x_NEON_2", 1, 2}, {"Linear_3x_give_NEON", 1, 0}}) {
+    // mode 0: any 16-bit rows (the body's sums wrap); 1: sums of a 3x row.
+    Row row{name, {"groups", "singles", "mode"}, {}, nullptr, nullptr};
     for (auto [g, s] : {std::pair{0, 7}, {1, 0}, {2, 5}, {4, 3}}) {
       for (int mode : {0, 1}) row.sizes.push_back({g, s, mode});
     }
     row.draw = [](std::mt19937& rng) {
       return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 7), Uniform(rng, 0, 1)};
     };
-    row.make = [v](const Params& q, Case& c) {
+    row.make = [wa, wb](const Params& q, Case& c) {
       const int n = 8 * q[0] + q[1];
       // Slot 1 holds the older row, so the ring indices must be followed.
       unsigned short** slots = c.In<unsigned short*>(2);
       for (int k = 0; k < 2; ++k) {
         slots[k] = c.In<unsigned short>(n);
-        for (int x = 0; x < n; ++x) {
-          slots[k][x] = static_cast<unsigned short>(q[2] ? Uniform(c.rng, 0, 765) : c.rng());
-        }
+        for (int x = 0; x < n; ++x) slots[k][x] = q[2] ? Uniform(c.rng, 0, 765) : c.rng();
       }
       c.Out<uint8_t>(n, n);
-      const float f = std::bit_cast<float>(v.wb ? 0x3DE38E39u : 0x3EAAAAABu);
+      const float f = std::bit_cast<float>(wb ? 0x3DE38E39u : 0x3EAAAAABu);
       for (int x = 0; x < n; ++x) {
-        const int64_t s = int64_t{v.wa} * slots[1][x] + int64_t{v.wb} * slots[0][x];
-        c.Want(x, oracle::LinearIntRound(s, f, x < 8 * q[0]));
+        c.Want(x, oracle::LinearRound(wa * slots[1][x] + wb * slots[0][x], f, x < 8 * q[0]));
       }
       _StLanczos1p5x* ctx = c.Context();
       c.run = [=](void* out) {
+        auto* dst = static_cast<uint8_t*>(out);
         ctx->rowIndex[0] = 1;
         ctx->rowIndex[1] = 0;
-        auto* dst = static_cast<uint8_t*>(out);
-        if (v.wb == 0) Linear_3x_give_NEON(dst, slots[1], q[0], q[1]);
-        else (v.wa == 2 ? VResizeLinear_3x_NEON_1 : VResizeLinear_3x_NEON_2)(ctx, slots, dst, q[0], q[1]);
+        if (wb == 0) return Linear_3x_give_NEON(dst, slots[1], q[0], q[1]);
+        (wa == 2 ? VResizeLinear_3x_NEON_1 : VResizeLinear_3x_NEON_2)(ctx, slots, dst, q[0], q[1]);
       };
     };
     rows.push_back(std::move(row));

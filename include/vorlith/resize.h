@@ -46,7 +46,7 @@ VORLITH_API void HResizeLinear_2x_nv_NEON(unsigned char* src, short* dst, int gr
 VORLITH_API void VResizeLinear_NEON(_StLanczos1p5x* ctx, short** rowsBuf, unsigned char* dst,
                                     short const* weights, int groups, int tail, float scale);
 
-// ---- Bilinear 2x, 3x and 4x -------------------------------------------------
+// ---- Bilinear 2x, 3x, 4x, 1.5x and 4/3x ------------------------------------
 //
 // Enlarge a packed W x H plane to rW x rH (r = 2, 3, 4; output stride rW).
 // Output pixel j samples source position (j + 0.5)/r - 0.5, clamped to the
@@ -98,6 +98,40 @@ VORLITH_API void VResizeLinear_3x_NEON_2(_StLanczos1p5x* ctx, unsigned short** r
 // A 3x row on a source row: S = row, f = 1/3, same rules.
 VORLITH_API void Linear_3x_give_NEON(unsigned char* dst, unsigned short* row, int groups,
                                      int singles);
+
+// Bilinear 1.5x and 4/3x: the scheme above with sixths (1.5x, f = 1/36,
+// bits 0x3CE38E39) or eighths (4/3x, f = 1/64). Source pairs (a, b), c the
+// next pair's first pixel, give 3a+3b, 5b+c, b+5c (1.5x); triples
+// (a, b, c), d the next one's first, give 3a+5b, 5b+3c, 7c+d, c+7d (4/3x);
+// the first column is 6x[0] or 8x[0] and the last 6x[W-1] or 8x[W-1].
+// Output OW = trunc(1.5*W) or 4*W/3 columns and OH = 3*((H-2)/2) + 3 or
+// 4*((H-3)/3) + 4 rows (3H/2, 4H/3 for multiples). Undefined elsewhere, this
+// library defines the sizes that are not multiples of 2 (1.5x) or 3 (4/3x):
+// the last 1 or 2 source columns are not read and the output columns past
+// the last whole pair or triple repeat the last horizontal value before
+// them; the last 1 or 2 source rows are not read. Widths or heights below 2
+// (1.5x) or 3 (4/3x) write nothing. Scratch and rounding as above, with
+// rW read as OW; each returns ctx.
+VORLITH_API _StLanczos1p5x* Linear_1p5x(_StLanczos1p5x* ctx, unsigned char* src,
+                                        unsigned char* dst, int height, int width);
+VORLITH_API _StLanczos1p5x* Linear_4div3x(_StLanczos1p5x* ctx, unsigned char* src,
+                                          unsigned char* dst, int height, int width);
+
+// Horizontal passes of one row: 1.5x of W = 16*groups + 2*pairs + 2 pixels
+// into 3W/2 sums (drivers: groups = (W-2)/16, pairs = ((W-2)%16)/2); 4/3x
+// of W = 24*groups + 3*triples + 3 into 4W/3 (groups = (W-3)/24,
+// triples = ((W-3)%24)/3). Exactly W bytes read.
+VORLITH_API void HResizeLinear_1p5x_NEON(unsigned char* src, short* dst, int groups, int pairs);
+VORLITH_API void HResizeLinear_4div3x_NEON(unsigned char* src, short* dst, int groups,
+                                           int triples);
+
+// 16 bytes: the 8 even-indexed and the 8 odd-indexed, widened.
+VORLITH_API void u8_2x_to_s16_NEON_8LEN(unsigned char* src, __simd128_int16_t& even,
+                                        __simd128_int16_t& odd);
+// Eight 1.5x pairs: out[3k] = 3(e+o), out[3k+1] = 5o+n, out[3k+2] = o+5n
+// of lane k of even, odd and next-even, wrapping in 16 bits.
+VORLITH_API void HLinear_1p5x_NEON_CAL(short* out, __simd128_int16_t& even,
+                                       __simd128_int16_t& odd, __simd128_int16_t& next);
 
 // ---- Lanczos and bicubic resamplers -----------------------------------------
 //

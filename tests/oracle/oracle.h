@@ -24,20 +24,22 @@ int16_t HLinear2xNvValue(const uint8_t* row, int width, int index);
 // Output byte `index` of the general two-row vertical pass.
 uint8_t VLinearValue(int16_t a, int16_t b, int16_t w0, int16_t w1, float scale, bool body);
 
-// ---- Bilinear 2x, 3x, 4x ----
-// Sample k of r-times centre-aligned sampling over `size` samples: the two
-// clamped source indices and their weights, totalling 4, 3 or 8.
+// ---- Bilinear num/den enlargement (2x, 3x, 4x, 1.5x, 4/3x) ----
+// Sample k of centre-aligned sampling over `size` samples: two clamped
+// source indices and their weights (totalling 2*num, 3 in 3x).
 struct LinearTaps {
   int i0, i1, w0, w1;
 };
-LinearTaps LinearIntTaps(int r, int size, int k);
-// Horizontal sum j of one row of `width` bytes.
-int LinearIntH(int r, const uint8_t* row, int width, int j);
-// Byte of sum s scaled by f: the 16-bit single-precision rule of the first
-// 8*(n/8) values of a row (`body`) or the 32-bit double-rounded rule after.
-uint8_t LinearIntRound(int64_t s, float f, bool body);
-// Output byte (y, x) of the r-times enlargement of a packed plane.
-uint8_t LinearIntSample(int r, const uint8_t* src, int height, int width, int y, int x);
+LinearTaps LinearTapsOf(int num, int den, int size, int k);
+// Horizontal sum j of a row; columns past the last whole group of `den`
+// samples repeat the last defined sum.
+int LinearH(int num, int den, const uint8_t* row, int width, int j);
+// Sum s times f to a byte: the 16-bit single-precision rule of the first
+// 8*(n/8) values of a row (`body`), or the 32-bit double-rounded one.
+uint8_t LinearRound(int64_t s, float f, bool body);
+// Output byte (y, x) of a packed plane; rows past the last whole group of
+// `den` are not read.
+uint8_t LinearSample(int num, int den, const uint8_t* src, int height, int width, int y, int x);
 
 // ---- Byte and float planes ----
 float U8ToF32(uint8_t v);

@@ -1,5 +1,5 @@
-// Bilinear 2x, 3x and 4x enlargement of one byte plane, and their exported
-// row passes.
+// Bilinear 2x, 3x, 4x, 1.5x and 4/3x enlargement of one byte plane, and
+// their exported row passes.
 //
 // The horizontal pass turns a source row into rW 16-bit sums (weights total
 // 4, 3 or 8); ctx->lineBuf holds two of them as a ring named by rowIndex[0]
@@ -17,6 +17,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 #include "src/kernels/arm_numerics-inl.h"
@@ -30,6 +31,7 @@ inline constexpr float kInv16 = std::bit_cast<float>(0x3D800000u);
 inline constexpr float kInv64 = std::bit_cast<float>(0x3C800000u);
 inline constexpr float kInv3 = std::bit_cast<float>(0x3EAAAAABu);
 inline constexpr float kInv9 = std::bit_cast<float>(0x3DE38E39u);
+inline constexpr float kInv36 = std::bit_cast<float>(0x3CE38E39u);
 }  // namespace vorlith::linear
 #endif
 
@@ -223,6 +225,165 @@ _StLanczos1p5x* LinearInt(_StLanczos1p5x* ctx, const uint8_t* src, uint8_t* dst,
   return ctx;
 }
 
+// ---- 1.5x and 4/3x -----------------------------------------------------------
+//
+// 1.5x takes source pairs (a, b), c the next pair's first pixel: 3a+3b,
+// 5b+c, b+5c. 4/3x takes triples (a, b, c), d the next triple's first:
+// 3a+5b, 5b+3c, 7c+d, c+7d. Both start with the clamped left edge; `groups`
+// groups of 8 pairs or triples come first, then the scalar walk from p,
+// which ends with the clamped right edge.
+
+// Reads src[0 .. 16 groups + 2 pairs + 1].
+void HorizontalRow1p5x(const uint8_t* HWY_RESTRICT src, uint16_t* HWY_RESTRICT out,
+                       size_t groups, size_t pairs) {
+  out[0] = static_cast<uint16_t>(6 * src[0]);
+  const size_t n = 8 * groups;
+  size_t k = 0;
+#if HWY_TARGET != HWY_SCALAR
+  const hn::ScalableTag<uint16_t> d16;
+  const hn::Repartition<uint8_t, decltype(d16)> d8;
+  const size_t lanes = hn::Lanes(d16);
+  const auto low = hn::Set(d16, 0xFF);
+  for (; k + lanes <= n; k += lanes) {
+    // Little-endian 16-bit lanes hold a pair: the even pixel in the low byte.
+    const auto p0 = hn::BitCast(d16, hn::LoadU(d8, src + 2 * k));
+    const auto c = hn::And(hn::BitCast(d16, hn::LoadU(d8, src + 2 * k + 2)), low);
+    const auto a = hn::And(p0, low), b = hn::ShiftRight<8>(p0);
+    const auto five = hn::Set(d16, 5);
+    hn::StoreInterleaved3(hn::Mul(hn::Add(a, b), hn::Set(d16, 3)), hn::Add(hn::Mul(b, five), c),
+                          hn::Add(b, hn::Mul(c, five)), d16, out + 1 + 3 * k);
+  }
+#endif
+  for (; k < n; ++k) {
+    const int a = src[2 * k], b = src[2 * k + 1], c = src[2 * k + 2];
+    out[1 + 3 * k] = static_cast<uint16_t>(3 * (a + b));
+    out[2 + 3 * k] = static_cast<uint16_t>(5 * b + c);
+    out[3 + 3 * k] = static_cast<uint16_t>(b + 5 * c);
+  }
+  const uint8_t* p = src + 2 * n;
+  uint16_t* o = out + 1 + 3 * n;
+  o[0] = static_cast<uint16_t>(3 * (p[0] + p[1]));
+  for (size_t j = 0; j < pairs; ++j, p += 2, o += 3) {
+    o[1] = static_cast<uint16_t>(5 * p[1] + p[2]);
+    o[2] = static_cast<uint16_t>(p[1] + 5 * p[2]);
+    o[3] = static_cast<uint16_t>(3 * (p[2] + p[3]));
+  }
+  o[1] = static_cast<uint16_t>(6 * p[1]);
+}
+
+// Reads src[0 .. 24 groups + 3 triples + 2].
+void HorizontalRow4d3x(const uint8_t* HWY_RESTRICT src, uint16_t* HWY_RESTRICT out,
+                       size_t groups, size_t triples) {
+  out[0] = static_cast<uint16_t>(8 * src[0]);
+  const size_t n = 8 * groups;
+  size_t k = 0;
+#if HWY_TARGET != HWY_SCALAR
+  const hn::ScalableTag<uint16_t> d16;
+  const hn::Rebind<uint8_t, decltype(d16)> d8;
+  const size_t lanes = hn::Lanes(d16);
+  const auto c3 = hn::Set(d16, 3), c5 = hn::Set(d16, 5), c7 = hn::Set(d16, 7);
+  for (; k + lanes <= n; k += lanes) {
+    hn::Vec<decltype(d8)> a8, b8, c8, d8v, e8, f8;
+    hn::LoadInterleaved3(d8, src + 3 * k, a8, b8, c8);
+    hn::LoadInterleaved3(d8, src + 3 * k + 3, d8v, e8, f8);  // d: the next triple's first
+    const auto a = hn::PromoteTo(d16, a8), b = hn::PromoteTo(d16, b8);
+    const auto c = hn::PromoteTo(d16, c8), d = hn::PromoteTo(d16, d8v);
+    hn::StoreInterleaved4(hn::Add(hn::Mul(a, c3), hn::Mul(b, c5)),
+                          hn::Add(hn::Mul(b, c5), hn::Mul(c, c3)), hn::Add(hn::Mul(c, c7), d),
+                          hn::Add(c, hn::Mul(d, c7)), d16, out + 1 + 4 * k);
+  }
+#endif
+  for (; k < n; ++k) {
+    const int a = src[3 * k], b = src[3 * k + 1], c = src[3 * k + 2], d = src[3 * k + 3];
+    out[1 + 4 * k] = static_cast<uint16_t>(3 * a + 5 * b);
+    out[2 + 4 * k] = static_cast<uint16_t>(5 * b + 3 * c);
+    out[3 + 4 * k] = static_cast<uint16_t>(7 * c + d);
+    out[4 + 4 * k] = static_cast<uint16_t>(c + 7 * d);
+  }
+  const uint8_t* p = src + 3 * n;
+  uint16_t* o = out + 1 + 4 * n;
+  o[0] = static_cast<uint16_t>(3 * p[0] + 5 * p[1]);
+  o[1] = static_cast<uint16_t>(5 * p[1] + 3 * p[2]);
+  for (size_t j = 0; j < triples; ++j, p += 3, o += 4) {
+    o[2] = static_cast<uint16_t>(7 * p[2] + p[3]);
+    o[3] = static_cast<uint16_t>(p[2] + 7 * p[3]);
+    o[4] = static_cast<uint16_t>(3 * p[3] + 5 * p[4]);
+    o[5] = static_cast<uint16_t>(5 * p[4] + 3 * p[5]);
+  }
+  o[2] = static_cast<uint16_t>(8 * p[2]);
+}
+
+// Den = 2: 1.5x, sixths; Den = 3: 4/3x, eighths. Widths and heights not a
+// multiple of Den leave their last samples unread; the columns the
+// horizontal pass then leaves repeat its last value.
+template <int Den>
+_StLanczos1p5x* LinearFrac(_StLanczos1p5x* ctx, const uint8_t* src, uint8_t* dst, int height,
+                           int width) {
+  if (height < Den || width < Den) return ctx;
+  constexpr int kW = Den == 2 ? 6 : 8;
+  constexpr float kF = Den == 2 ? linear::kInv36 : linear::kInv64;
+  const size_t w = static_cast<size_t>(width);
+  const size_t ow = Den == 2 ? static_cast<size_t>(1.5 * width) : 4 * w / 3;
+  const size_t written = (Den + 1) * (w - w % Den) / Den;
+  const int body8 = static_cast<int>(ow / 8), tail = static_cast<int>(ow % 8);
+  const size_t groups = (w - Den) / (8 * Den), singles = (w - Den) % (8 * Den) / Den;
+  uint16_t* const rows[2] = {reinterpret_cast<uint16_t*>(ctx->lineBuf),
+                             reinterpret_cast<uint16_t*>(ctx->lineBuf) + ow};
+  int32_t* const index = ctx->rowIndex;
+  index[0] = 0;
+  index[1] = 1;
+  auto filter = [&](uint16_t* out) {
+    if constexpr (Den == 2) {
+      HorizontalRow1p5x(src, out, groups, singles);
+    } else {
+      HorizontalRow4d3x(src, out, groups, singles);
+    }
+    for (size_t j = written; j < ow; ++j) out[j] = out[written - 1];
+  };
+  auto next = [&]() {
+    src += w;
+    filter(rows[index[0]]);
+    std::swap(index[0], index[1]);
+  };
+  auto emit = [&](int wa, int wb) {
+    VerticalRow(rows[index[0]], rows[index[1]], wa, wb, kF, dst, body8, tail);
+    dst += ow;
+  };
+  filter(rows[0]);
+  filter(rows[1]);
+  emit(kW - 1, 1);  // kW times row 0
+  const int cycles = (height - Den) / Den;
+  for (int i = 0;; ++i) {
+    next();
+    emit(3, Den == 2 ? 3 : 5);
+    if constexpr (Den == 3) {
+      next();
+      emit(5, 3);
+    }
+    if (i >= cycles) break;
+    next();
+    emit(kW - 1, 1);
+    emit(1, kW - 1);
+  }
+  VerticalRow(rows[index[1]], rows[index[1]], 0, kW, kF, dst, body8, tail);
+  return ctx;
+}
+
+_StLanczos1p5x* Linear1p5x(_StLanczos1p5x* ctx, uint8_t* src, uint8_t* dst, int h, int w) {
+  return LinearFrac<2>(ctx, src, dst, h, w);
+}
+_StLanczos1p5x* Linear4d3x(_StLanczos1p5x* ctx, uint8_t* src, uint8_t* dst, int h, int w) {
+  return LinearFrac<3>(ctx, src, dst, h, w);
+}
+void HLinear1p5x(uint8_t* src, short* dst, int g, int p) {
+  HorizontalRow1p5x(src, reinterpret_cast<uint16_t*>(dst), static_cast<size_t>(std::max(g, 0)),
+                    static_cast<size_t>(std::max(p, 0)));
+}
+void HLinear4d3x(uint8_t* src, short* dst, int g, int t) {
+  HorizontalRow4d3x(src, reinterpret_cast<uint16_t*>(dst), static_cast<size_t>(std::max(g, 0)),
+                    static_cast<size_t>(std::max(t, 0)));
+}
+
 _StLanczos1p5x* Linear2x(_StLanczos1p5x* ctx, uint8_t* src, uint8_t* dst, int h, int w) {
   return LinearInt<2>(ctx, src, dst, h, w);
 }
@@ -272,6 +433,10 @@ HWY_EXPORT(HLinear4x);
 HWY_EXPORT(VLinear3x1);
 HWY_EXPORT(VLinear3x2);
 HWY_EXPORT(Linear3xGive);
+HWY_EXPORT(Linear1p5x);
+HWY_EXPORT(Linear4d3x);
+HWY_EXPORT(HLinear1p5x);
+HWY_EXPORT(HLinear4d3x);
 }  // namespace vorlith
 
 _StLanczos1p5x* Linear_2x(_StLanczos1p5x* ctx, unsigned char* src, unsigned char* dst, int height,
@@ -305,5 +470,45 @@ void VResizeLinear_3x_NEON_2(_StLanczos1p5x* ctx, unsigned short** rows, unsigne
 }
 void Linear_3x_give_NEON(unsigned char* dst, unsigned short* row, int groups, int singles) {
   HWY_DYNAMIC_DISPATCH(vorlith::Linear3xGive)(dst, row, groups, singles);
+}
+_StLanczos1p5x* Linear_1p5x(_StLanczos1p5x* ctx, unsigned char* src, unsigned char* dst,
+                            int height, int width) {
+  return HWY_DYNAMIC_DISPATCH(vorlith::Linear1p5x)(ctx, src, dst, height, width);
+}
+_StLanczos1p5x* Linear_4div3x(_StLanczos1p5x* ctx, unsigned char* src, unsigned char* dst,
+                              int height, int width) {
+  return HWY_DYNAMIC_DISPATCH(vorlith::Linear4d3x)(ctx, src, dst, height, width);
+}
+void HResizeLinear_1p5x_NEON(unsigned char* src, short* dst, int groups, int pairs) {
+  HWY_DYNAMIC_DISPATCH(vorlith::HLinear1p5x)(src, dst, groups, pairs);
+}
+void HResizeLinear_4div3x_NEON(unsigned char* src, short* dst, int groups, int triples) {
+  HWY_DYNAMIC_DISPATCH(vorlith::HLinear4d3x)(src, dst, groups, triples);
+}
+
+// The single 1.5x vector steps, on the 8-lane type of lanes.h.
+void u8_2x_to_s16_NEON_8LEN(unsigned char* src, __simd128_int16_t& even, __simd128_int16_t& odd) {
+  int16_t e[8], o[8];
+  for (int i = 0; i < 8; ++i) {
+    e[i] = src[2 * i];
+    o[i] = src[2 * i + 1];
+  }
+  std::memcpy(static_cast<void*>(&even), e, 16);
+  std::memcpy(static_cast<void*>(&odd), o, 16);
+}
+
+void HLinear_1p5x_NEON_CAL(short* out, __simd128_int16_t& even, __simd128_int16_t& odd,
+                           __simd128_int16_t& next) {
+  int16_t e[8], o[8], n[8];
+  std::memcpy(e, &even, 16);
+  std::memcpy(o, &odd, 16);
+  std::memcpy(n, &next, 16);
+  // 16-bit lanes wrap, as the Arm multiply-accumulate does.
+  auto wrap = [](int v) { return static_cast<short>(static_cast<uint16_t>(v)); };
+  for (int k = 0; k < 8; ++k) {
+    out[3 * k] = wrap(3 * (e[k] + o[k]));
+    out[3 * k + 1] = wrap(5 * o[k] + n[k]);
+    out[3 * k + 2] = wrap(o[k] + 5 * n[k]);
+  }
 }
 #endif  // HWY_ONCE
