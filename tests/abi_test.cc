@@ -47,7 +47,13 @@ TEST(Abi, ExportsTheKernelApiAndHidesInternals) {
         "_Z23VResizeLinear_3x_NEON_1P14_StLanczos1p5xPPtPhii",
         "_Z23VResizeLinear_3x_NEON_2P14_StLanczos1p5xPPtPhii", "_Z19Linear_3x_give_NEONPhPtii",
         "_Z11Linear_1p5xP14_StLanczos1p5xPhS1_ii", "_Z13Linear_4div3xP14_StLanczos1p5xPhS1_ii",
-        "_Z23HResizeLinear_1p5x_NEONPhPsii", "_Z25HResizeLinear_4div3x_NEONPhPsii"}) {
+        "_Z23HResizeLinear_1p5x_NEONPhPsii", "_Z25HResizeLinear_4div3x_NEONPhPsii",
+        // Float bilinear 3x and 4x, NHWC converters.
+        "_Z15Linear_float_3xP14_StLanczos1p5xPfS1_ii",
+        "_Z15Linear_float_4xP14_StLanczos1p5xPfS1_ii", "_Z27HResizeLinear_float_3x_NEONPfS_ii",
+        "_Z27HResizeLinear_float_4x_NEONPfS_ii",
+        "_Z24VResizeLinear_float_NEONP14_StLanczos1p5xPPfS1_PKfii",
+        "_Z24CvtF32ToU8_NHWC_3x3_NEONPfPhii", "_Z24CvtF32ToU8_NHWC_2x2_NEONPfPhii"}) {
     EXPECT_NE(dlsym(self, exported), nullptr) << exported;
   }
   // The vector steps: their lane types mangle as the Arm vector types on

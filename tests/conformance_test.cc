@@ -84,6 +84,12 @@ TEST(Oracle, AgreesWithTheDocumentedExamples) {
     EXPECT_EQ(LinearSample(2, 1, step + 1, 2, 1, row / 2, 1), want2[row / 2]);
     EXPECT_EQ(LinearSample(3, 2, step, 2, 2, row % 3, 2), want15[row % 3]);
     EXPECT_EQ(LinearSample(4, 1, step + 1, 2, 1, row, 3), want4[row]);
+    const float rows01[2] = {0.0f, 1.0f};
+    const int eighths = row < 2 ? 0 : (row > 5 ? 8 : 2 * row - 3);
+    EXPECT_EQ(LinearFloatSample(4, rows01, 2, 1, row, 2), eighths / 8.0f);
+  }
+  for (auto [v, byte] : {std::pair{255.9f, 255}, {-0.5f, 0}, {300.0f, 255}}) {
+    EXPECT_EQ(NhwcByte(v), byte);
   }
   // Tap sums of 2046 to 2049 move a constant by less than one half, in every
   // phase pair and by both rounding rules.

@@ -3,6 +3,7 @@
 // vector steps.
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstddef>
 
 #include <gtest/gtest.h>
@@ -487,6 +488,123 @@ void AddLinear(std::vector<Row>& rows) {
   }
 }
 
+// ---- Float bilinear 3x and 4x, and the NHWC float-to-byte converters ----
+float AnyFloat(std::mt19937& rng) {
+  // Mostly pixel values; sometimes values the conversions saturate, wrap or
+  // zero (NaN), and exact extremes.
+  const float special[] = {255.9f, -0.5f, 300.0f, 70000.5f, -70000.0f, 3e9f, NAN, 1e-30f};
+  return rng() % 8 ? std::uniform_real_distribution<float>(-20.0f, 280.0f)(rng)
+                   : special[rng() % 8];
+}
+
+void AddLinearFloat(std::vector<Row>& rows) {
+  using Driver = void (*)(_StLanczos1p5x*, float*, float*, int, int);
+  using HPass = void (*)(float*, float*, int, int);
+  for (auto [r, run, hpass] : {std::tuple<int, Driver, HPass>{3, Linear_float_3x,
+                                                             HResizeLinear_float_3x_NEON},
+                               {4, Linear_float_4x, HResizeLinear_float_4x_NEON}}) {
+    const std::string ratio = std::to_string(r) + "x";
+    Row row{"Linear_float_" + ratio, {"h", "w"}, {{0, 3}, {3, 0}}, nullptr, nullptr};
+    for (int w : {1, 2, 4, 5, 8, 9, 13}) {
+      for (int h : {1, 2, 4}) row.sizes.push_back({h, w});
+    }
+    row.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 1, 10), Uniform(rng, 1, 60)}; };
+    row.make = [r, run](const Params& p, Case& c) {
+      const int h = std::max(p[0], 0), w = std::max(p[1], 0), ow = r * w;
+      float* src = c.In<float>(size_t(h) * w);
+      for (int i = 0; i < h * w; ++i) src[i] = AnyFloat(c.rng);
+      c.Out<float>(size_t(r) * h * ow, std::max(ow, 1));
+      for (int y = 0; y < r * h; ++y) {
+        for (int x = 0; x < ow; ++x) {
+          c.Want(size_t(y) * ow + x, oracle::LinearFloatSample(r, src, h, w, y, x));
+        }
+      }
+      float* ring = c.In<float>(2 * size_t(ow));
+      _StLanczos1p5x* ctx = c.Context();
+      c.run = [=](void* out) {
+        ctx->floatLineBuf = reinterpret_cast<unsigned char*>(ring);  // for the call only
+        run(ctx, src, static_cast<float*>(out), h, w);
+        ctx->floatLineBuf = nullptr;
+      };
+    };
+    rows.push_back(std::move(row));
+
+    Row hrow{"HResizeLinear_float_" + ratio + "_NEON", {"groups", "singles"}, {}, nullptr, nullptr};
+    for (int g : {0, 1, 3}) {
+      for (int s = 0; s < 4; ++s) hrow.sizes.push_back({g, s});
+    }
+    hrow.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 3)}; };
+    hrow.make = [r, hpass](const Params& q, Case& c) {
+      const int w = 4 * q[0] + q[1] + 1;
+      float* src = c.In<float>(w);
+      for (int i = 0; i < w; ++i) src[i] = AnyFloat(c.rng);
+      c.Out<float>(size_t(r) * w, size_t(r) * w);
+      for (int j = 0; j < r * w; ++j) c.Want(j, oracle::LinearFloatH(r, src, w, j));
+      c.run = [=](void* out) { hpass(src, static_cast<float*>(out), q[0], q[1]); };
+    };
+    rows.push_back(std::move(hrow));
+  }
+
+  Row vrow{"VResizeLinear_float_NEON", {"groups", "singles"}, {{0, 3}, {1, 0}, {5, 2}}, nullptr,
+           nullptr};
+  vrow.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 20), Uniform(rng, 0, 3)}; };
+  vrow.make = [](const Params& q, Case& c) {
+    const int n = 4 * q[0] + q[1];
+    float* weights = c.In<float>(2);
+    weights[0] = AnyFloat(c.rng) / 256.0f;
+    weights[1] = AnyFloat(c.rng) / 256.0f;
+    // Slot 1 holds the older row, so the ring indices must be followed.
+    float** slots = c.In<float*>(2);
+    for (int k = 0; k < 2; ++k) {
+      slots[k] = c.In<float>(n);
+      for (int x = 0; x < n; ++x) slots[k][x] = AnyFloat(c.rng);
+    }
+    c.Out<float>(n, n);
+    for (int x = 0; x < n; ++x) {
+      const float older = slots[1][x] * weights[0], newer = slots[0][x] * weights[1];
+      c.Want(x, older + newer);
+    }
+    _StLanczos1p5x* ctx = c.Context();
+    c.run = [=](void* out) {
+      ctx->rowIndex[0] = 1;
+      ctx->rowIndex[1] = 0;
+      VResizeLinear_float_NEON(ctx, slots, static_cast<float*>(out), weights, q[0], q[1]);
+    };
+  };
+  rows.push_back(std::move(vrow));
+
+  // Ch output rows per input row: blocks of 8*Ch floats, the first 4
+  // positions read, each 8-byte group their bytes twice; rows run on.
+  for (int ch : {3, 2}) {
+    const std::string name = ch == 3 ? "CvtF32ToU8_NHWC_3x3_NEON" : "CvtF32ToU8_NHWC_2x2_NEON";
+    Row row{name, {"h", "w"}, {{1, 8}, {2, 8}, {3, 16}, {2, 3}, {1, 2}, {2, 4}, {2, 5}, {1, 11}},
+            nullptr, nullptr};
+    row.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 1, 6), Uniform(rng, 1, 40)}; };
+    row.make = [ch](const Params& p, Case& c) {
+      const int h = p[0], w = p[1], blocks = ch == 3 ? 9 * w / 24 : w / 4;
+      float* src = c.In<float>(size_t(h) * ch * ch * w);
+      for (int i = 0; i < h * ch * ch * w; ++i) src[i] = AnyFloat(c.rng);
+      c.Out<uint8_t>(size_t(h) * ch * ch * w, size_t(ch) * w);
+      for (int y = 0; y < h; ++y) {
+        const size_t base = size_t(y) * (8 * blocks + (ch - 1) * ch * w);
+        for (int g = 0; g < blocks; ++g) {
+          for (int k = 0; k < ch; ++k) {
+            for (int i = 0; i < 8; ++i) {
+              const float v = src[(size_t(y) * blocks + g) * 8 * ch + ch * (i % 4) + k];
+              c.Want(base + size_t(k) * ch * w + 8 * g + i, oracle::NhwcByte(v));
+            }
+          }
+        }
+      }
+      c.run = [=](void* out) {
+        (ch == 3 ? CvtF32ToU8_NHWC_3x3_NEON : CvtF32ToU8_NHWC_2x2_NEON)(
+            src, static_cast<uint8_t*>(out), h, w);
+      };
+    };
+    rows.push_back(std::move(row));
+  }
+}
+
 }  // namespace
 
 std::vector<Row> ResampleRows() {
@@ -496,6 +614,7 @@ std::vector<Row> ResampleRows() {
   AddVerticalPasses(rows);
   AddVectorSteps(rows);
   AddLinear(rows);
+  AddLinearFloat(rows);
   return rows;
 }
 

@@ -105,11 +105,11 @@ VORLITH_API void Linear_3x_give_NEON(unsigned char* dst, unsigned short* row, in
 // (a, b, c), d the next one's first, give 3a+5b, 5b+3c, 7c+d, c+7d (4/3x);
 // the first column is 6x[0] or 8x[0] and the last 6x[W-1] or 8x[W-1].
 // Output OW = trunc(1.5*W) or 4*W/3 columns and OH = 3*((H-2)/2) + 3 or
-// 4*((H-3)/3) + 4 rows (3H/2, 4H/3 for multiples). Undefined elsewhere, this
-// library defines the sizes that are not multiples of 2 (1.5x) or 3 (4/3x):
-// the last 1 or 2 source columns are not read and the output columns past
-// the last whole pair or triple repeat the last horizontal value before
-// them; the last 1 or 2 source rows are not read. Widths or heights below 2
+// 4*((H-3)/3) + 4 rows (3H/2, 4H/3 for multiples). Sizes that are not a
+// multiple of 2 (1.5x) or 3 (4/3x) are defined here too: the last 1 or 2
+// source columns are not read and the output columns past the last whole
+// pair or triple repeat the last horizontal value before them; the last 1
+// or 2 source rows are not read. Widths or heights below 2
 // (1.5x) or 3 (4/3x) write nothing. Scratch and rounding as above, with
 // rW read as OW; each returns ctx.
 VORLITH_API _StLanczos1p5x* Linear_1p5x(_StLanczos1p5x* ctx, unsigned char* src,
@@ -132,6 +132,53 @@ VORLITH_API void u8_2x_to_s16_NEON_8LEN(unsigned char* src, __simd128_int16_t& e
 // of lane k of even, odd and next-even, wrapping in 16 bits.
 VORLITH_API void HLinear_1p5x_NEON_CAL(short* out, __simd128_int16_t& even,
                                        __simd128_int16_t& odd, __simd128_int16_t& next);
+
+// ---- Float bilinear 3x and 4x, NHWC float to bytes --------------------------
+//
+// Enlarge a packed W x H float plane to rW x rH (r = 3, 4) on the grid of
+// Linear_3x and Linear_4x, in single precision with nothing rounded to
+// integers or clamped. Every blend is two separately rounded products then
+// one sum (wA*A + wB*B, never fused). Weights: 3x 2/3 and 1/3 (bits
+// 0x3F2AAAAB, 0x3EAAAAAB); 4x 0.875, 0.625, 0.375, 0.125 and their
+// complements. Horizontally the samples on a source pixel and the clamped
+// edges are copies (3x: x[0]; a, blend, blend per pixel; x[W-1] twice.
+// 4x: x[0] twice; four blends per pixel; x[W-1] twice). Vertically 3x copies
+// the rows on a source row (3i+1, the first, the last two) and blends the
+// others; 4x blends every row, the clamped edge rows too, on two copies of
+// the edge row (top 0.375/0.625 then 0.125/0.875, bottom 0.875/0.125 then
+// 0.625/0.375), so an edge row equals the source row only up to that
+// rounding. Ring: two rows of rW floats in ctx->floatLineBuf, which
+// InitLanczos1p5x does not allocate: the caller sets it (array new, as
+// UInitLanczos1p5x deletes it) to at least 2*rW floats. rowIndex[0..1] are
+// rewritten. A width or height below 1 writes nothing.
+VORLITH_API void Linear_float_3x(_StLanczos1p5x* ctx, float* src, float* dst, int height,
+                                 int width);
+VORLITH_API void Linear_float_4x(_StLanczos1p5x* ctx, float* src, float* dst, int height,
+                                 int width);
+
+// Horizontal passes of one row of W = 4*groups + singles + 1 floats into rW
+// (drivers: groups = (W-1)/4, singles = (W-1)%4); exactly W floats read.
+VORLITH_API void HResizeLinear_float_3x_NEON(float* src, float* dst, int groups, int singles);
+VORLITH_API void HResizeLinear_float_4x_NEON(float* src, float* dst, int groups, int singles);
+
+// dst[i] = rows[ctx->rowIndex[0]][i]*weights[0] + rows[ctx->rowIndex[1]][i]*weights[1]
+// (two rounded products, one sum) for 4*groups + singles values.
+VORLITH_API void VResizeLinear_float_NEON(_StLanczos1p5x* ctx, float** rows, float* dst,
+                                          float const* weights, int groups, int singles);
+
+// Interleaved float tensors to byte rows: input row h yields output rows
+// Ch*h + k (Ch = 3 or 2), value k of each position to row Ch*h + k. Each
+// value is truncated toward zero (saturating to int32, NaN to 0), its low
+// 16 bits read as signed and clamped to 0..255. An input row is read in
+// blocks of 8*Ch floats, (9W)/24 of them (3x3) or W/4 (2x2); a block's first
+// 4 positions give output columns 8g..8g+3 and, repeated, 8g+4..8g+7; its
+// second half is not read. Output rows are Ch*W bytes apart; the columns
+// after 8*blocks are not written. Blocks run on: input row h+1 starts right
+// after row h's last block and its first output row (Ch-1)*Ch*W bytes after
+// the end of row Ch*h's last group, so a packed H x Ch*Ch*W input and
+// Ch*H x Ch*W output line up only when W is a multiple of 8 (3x3) or 4 (2x2).
+VORLITH_API void CvtF32ToU8_NHWC_3x3_NEON(float* src, unsigned char* dst, int height, int width);
+VORLITH_API void CvtF32ToU8_NHWC_2x2_NEON(float* src, unsigned char* dst, int height, int width);
 
 // ---- Lanczos and bicubic resamplers -----------------------------------------
 //

@@ -44,4 +44,34 @@ uint8_t LinearSample(int num, int den, const uint8_t* src, int height, int width
   return LinearRound(int64_t{t.w0} * a + int64_t{t.w1} * b, f, body);
 }
 
+namespace {
+// Weight w of a total of 3 or 8 as the float the kernels use.
+float FloatWeight(int r, int w) {
+  if (r == 4) return static_cast<float>(w) / 8.0f;
+  return w == 1 ? std::bit_cast<float>(0x3EAAAAABu) : std::bit_cast<float>(0x3F2AAAABu);
+}
+float Blend(int r, const LinearTaps& t, float a, float b) {
+  const float p = FloatWeight(r, t.w0) * a, q = FloatWeight(r, t.w1) * b;
+  return p + q;
+}
+}  // namespace
+
+float LinearFloatH(int r, const float* row, int width, int j) {
+  const LinearTaps t = LinearTapsOf(r, 1, width, j);
+  return t.w1 == 0 || t.i0 == t.i1 ? row[t.i0] : Blend(r, t, row[t.i0], row[t.i1]);
+}
+
+float LinearFloatSample(int r, const float* src, int height, int width, int y, int x) {
+  const LinearTaps t = LinearTapsOf(r, 1, height, y);
+  const float a = LinearFloatH(r, src + t.i0 * width, width, x);
+  // 3x rows on a source row are copies; 4x blends even the clamped edges.
+  if (r == 3 && (t.w1 == 0 || t.i0 == t.i1)) return a;
+  return Blend(r, t, a, LinearFloatH(r, src + t.i1 * width, width, x));
+}
+
+uint8_t NhwcByte(float v) {
+  const auto low = static_cast<int16_t>(TruncSaturate(v, INT32_MIN, INT32_MAX) & 0xFFFF);
+  return static_cast<uint8_t>(std::clamp<int>(low, 0, 255));
+}
+
 }  // namespace vorlith::oracle

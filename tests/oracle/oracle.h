@@ -41,6 +41,14 @@ uint8_t LinearRound(int64_t s, float f, bool body);
 // `den` are not read.
 uint8_t LinearSample(int num, int den, const uint8_t* src, int height, int width, int y, int x);
 
+// ---- Float bilinear 3x, 4x and the NHWC converters ----
+// Horizontal value j of a float row, and output (y, x) of a packed plane:
+// samples on a source sample are copies, blends two rounded products summed.
+float LinearFloatH(int r, const float* row, int width, int j);
+float LinearFloatSample(int r, const float* src, int height, int width, int y, int x);
+// A float truncated, its low 16 bits read as signed, clamped to 0..255.
+uint8_t NhwcByte(float v);
+
 // ---- Byte and float planes ----
 float U8ToF32(uint8_t v);
 // `body` selects the saturating rule of the first 8*(W/8) columns, otherwise
