@@ -158,6 +158,34 @@ void VerticalRow(const T* a, const T* b, int wa, int wb, float f, uint8_t* dst, 
   }
 }
 
+// The drivers' rows where f = 2^-shift (2x, 4x, 4/3x). Their sums are at
+// most 64*255 < 2^15, so the block rule's 16-bit S is S itself, float(S)*f
+// and the added half are exact, and both rules give (S + 2^(shift-1)) >>
+// shift, at most 255, for every column.
+template <int kShift>
+void VerticalRowPow2(const uint16_t* HWY_RESTRICT a, const uint16_t* HWY_RESTRICT b, int wa,
+                     int wb, uint8_t* HWY_RESTRICT dst, size_t count) {
+  size_t i = 0;
+#if HWY_TARGET != HWY_SCALAR
+  // Signed lanes: the sums stay below 2^15.
+  const hn::ScalableTag<int16_t> d16;
+  const hn::Rebind<uint8_t, decltype(d16)> d8;
+  const size_t n = hn::Lanes(d16);
+  const auto* sa = reinterpret_cast<const int16_t*>(a);
+  const auto* sb = reinterpret_cast<const int16_t*>(b);
+  const auto va = hn::Set(d16, static_cast<int16_t>(wa));
+  const auto vb = hn::Set(d16, static_cast<int16_t>(wb));
+  const auto half = hn::Set(d16, int16_t{1 << (kShift - 1)});
+  for (; i + n <= count; i += n) {
+    const auto s = hn::Add(hn::Mul(hn::LoadU(d16, sa + i), va), hn::Mul(hn::LoadU(d16, sb + i), vb));
+    hn::StoreU(hn::DemoteTo(d8, hn::ShiftRight<kShift>(hn::Add(s, half))), d8, dst + i);
+  }
+#endif
+  for (; i < count; ++i) {
+    dst[i] = static_cast<uint8_t>((a[i] * wa + b[i] * wb + (1 << (kShift - 1))) >> kShift);
+  }
+}
+
 // ---- Drivers -----------------------------------------------------------------
 
 template <int R>
@@ -173,7 +201,11 @@ _StLanczos1p5x* LinearInt(_StLanczos1p5x* ctx, const uint8_t* src, uint8_t* dst,
   index[0] = 0;
   index[1] = 1;
   auto emit = [&](int wa, int wb, float f) {
-    VerticalRow(rows[index[0]], rows[index[1]], wa, wb, f, dst, body8, tail);
+    if constexpr (R == 3) {
+      VerticalRow(rows[index[0]], rows[index[1]], wa, wb, f, dst, body8, tail);
+    } else {
+      VerticalRowPow2<R == 2 ? 4 : 6>(rows[index[0]], rows[index[1]], wa, wb, dst, ow);
+    }
     dst += ow;
   };
   if constexpr (R == 3) {
@@ -216,11 +248,8 @@ _StLanczos1p5x* LinearInt(_StLanczos1p5x* ctx, const uint8_t* src, uint8_t* dst,
         emit(wa, kW - wa, kF);
       }
     }
-    const uint16_t* last = rows[index[1]];
-    for (int k = 0; k < R / 2; ++k) {
-      VerticalRow(last, last, 0, kW, kF, dst, body8, tail);
-      dst += ow;
-    }
+    index[0] = index[1];
+    for (int k = 0; k < R / 2; ++k) emit(0, kW, kF);
   }
   return ctx;
 }
@@ -346,7 +375,11 @@ _StLanczos1p5x* LinearFrac(_StLanczos1p5x* ctx, const uint8_t* src, uint8_t* dst
     std::swap(index[0], index[1]);
   };
   auto emit = [&](int wa, int wb) {
-    VerticalRow(rows[index[0]], rows[index[1]], wa, wb, kF, dst, body8, tail);
+    if constexpr (Den == 2) {
+      VerticalRow(rows[index[0]], rows[index[1]], wa, wb, kF, dst, body8, tail);
+    } else {
+      VerticalRowPow2<6>(rows[index[0]], rows[index[1]], wa, wb, dst, ow);
+    }
     dst += ow;
   };
   filter(rows[0]);
@@ -365,7 +398,8 @@ _StLanczos1p5x* LinearFrac(_StLanczos1p5x* ctx, const uint8_t* src, uint8_t* dst
     emit(kW - 1, 1);
     emit(1, kW - 1);
   }
-  VerticalRow(rows[index[1]], rows[index[1]], 0, kW, kF, dst, body8, tail);
+  index[0] = index[1];
+  emit(0, kW);
   return ctx;
 }
 
