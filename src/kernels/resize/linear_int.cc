@@ -158,16 +158,38 @@ void VerticalRow(const T* a, const T* b, int wa, int wb, float f, uint8_t* dst, 
   }
 }
 
-// The drivers' rows where f = 2^-shift (2x, 4x, 4/3x). Their sums are at
-// most 64*255 < 2^15, so the block rule's 16-bit S is S itself, float(S)*f
-// and the added half are exact, and both rules give (S + 2^(shift-1)) >>
-// shift, at most 255, for every column.
-template <int kShift>
-void VerticalRowPow2(const uint16_t* HWY_RESTRICT a, const uint16_t* HWY_RESTRICT b, int wa,
-                     int wb, uint8_t* HWY_RESTRICT dst, size_t count) {
+// The drivers' rows in integers. Their sums are at most T*T*255 for weights
+// totalling T (below 2^15), and over that range both rounding rules equal
+// (((S + bias) >> pre) * mul) >> 16 for the constants below; the
+// static_asserts check every such sum at build time.
+struct Exact {
+  int bias, pre, mul;
+};
+inline constexpr Exact kExact16{8, 0, 4096}, kExact64{32, 0, 1024}, kExact3{1, 0, 21846},
+    kExact9{4, 0, 7282}, kExact36{18, 2, 7282};
+
+constexpr bool ExactOver(float f, Exact e, int max_sum) {
+  for (int s = 0; s <= max_sum; ++s) {
+    const float p = static_cast<float>(s) * f;
+    const int body = static_cast<int>(p + 0.5f);
+    const int tail = static_cast<int>(static_cast<double>(p) + 0.5);
+    const int exact = (((s + e.bias) >> e.pre) * e.mul) >> 16;
+    if (std::min(body, 255) != exact || std::min(tail, 255) != exact) return false;
+  }
+  return true;
+}
+static_assert(ExactOver(linear::kInv16, kExact16, 16 * 255));
+static_assert(ExactOver(linear::kInv64, kExact64, 64 * 255));
+static_assert(ExactOver(linear::kInv3, kExact3, 3 * 255));
+static_assert(ExactOver(linear::kInv9, kExact9, 9 * 255));
+static_assert(ExactOver(linear::kInv36, kExact36, 36 * 255));
+
+template <int kPre>
+void VerticalRowExact(const uint16_t* HWY_RESTRICT a, const uint16_t* HWY_RESTRICT b, int wa,
+                      int wb, Exact e, uint8_t* HWY_RESTRICT dst, size_t count) {
   size_t i = 0;
 #if HWY_TARGET != HWY_SCALAR
-  // Signed lanes: the sums stay below 2^15.
+  // Signed lanes: sums and biased sums stay below 2^15, multipliers too.
   const hn::ScalableTag<int16_t> d16;
   const hn::Rebind<uint8_t, decltype(d16)> d8;
   const size_t n = hn::Lanes(d16);
@@ -175,14 +197,16 @@ void VerticalRowPow2(const uint16_t* HWY_RESTRICT a, const uint16_t* HWY_RESTRIC
   const auto* sb = reinterpret_cast<const int16_t*>(b);
   const auto va = hn::Set(d16, static_cast<int16_t>(wa));
   const auto vb = hn::Set(d16, static_cast<int16_t>(wb));
-  const auto half = hn::Set(d16, int16_t{1 << (kShift - 1)});
+  const auto bias = hn::Set(d16, static_cast<int16_t>(e.bias));
+  const auto mul = hn::Set(d16, static_cast<int16_t>(e.mul));
   for (; i + n <= count; i += n) {
     const auto s = hn::Add(hn::Mul(hn::LoadU(d16, sa + i), va), hn::Mul(hn::LoadU(d16, sb + i), vb));
-    hn::StoreU(hn::DemoteTo(d8, hn::ShiftRight<kShift>(hn::Add(s, half))), d8, dst + i);
+    const auto q = hn::MulHigh(hn::ShiftRight<kPre>(hn::Add(s, bias)), mul);
+    hn::StoreU(hn::DemoteTo(d8, q), d8, dst + i);
   }
 #endif
   for (; i < count; ++i) {
-    dst[i] = static_cast<uint8_t>((a[i] * wa + b[i] * wb + (1 << (kShift - 1))) >> kShift);
+    dst[i] = static_cast<uint8_t>((((a[i] * wa + b[i] * wb + e.bias) >> kPre) * e.mul) >> 16);
   }
 }
 
@@ -194,24 +218,19 @@ _StLanczos1p5x* LinearInt(_StLanczos1p5x* ctx, const uint8_t* src, uint8_t* dst,
   if (height < 1 || width < 1) return ctx;
   const size_t w = static_cast<size_t>(width);
   const size_t ow = R * w;
-  const int body8 = static_cast<int>(ow / 8), tail = static_cast<int>(ow % 8);
   uint16_t* const rows[2] = {reinterpret_cast<uint16_t*>(ctx->lineBuf),
                              reinterpret_cast<uint16_t*>(ctx->lineBuf) + ow};
   int32_t* const index = ctx->rowIndex;
   index[0] = 0;
   index[1] = 1;
-  auto emit = [&](int wa, int wb, float f) {
-    if constexpr (R == 3) {
-      VerticalRow(rows[index[0]], rows[index[1]], wa, wb, f, dst, body8, tail);
-    } else {
-      VerticalRowPow2<R == 2 ? 4 : 6>(rows[index[0]], rows[index[1]], wa, wb, dst, ow);
-    }
+  auto emit = [&](int wa, int wb, Exact e) {
+    VerticalRowExact<0>(rows[index[0]], rows[index[1]], wa, wb, e, dst, ow);
     dst += ow;
   };
   if constexpr (R == 3) {
     // Rows 3i + 1 lie on source row i and are that row divided by 3.
     auto give = [&](const uint16_t* row) {
-      VerticalRow(row, row, 1, 0, linear::kInv3, dst, body8, tail);
+      VerticalRowExact<0>(row, row, 1, 0, kExact3, dst, ow);
       dst += ow;
     };
     HorizontalRow<3>(src, rows[1], w - 1);
@@ -221,15 +240,15 @@ _StLanczos1p5x* LinearInt(_StLanczos1p5x* ctx, const uint8_t* src, uint8_t* dst,
       HorizontalRow<3>(src, rows[index[0]], w - 1);
       std::swap(index[0], index[1]);
       give(rows[index[0]]);
-      emit(2, 1, linear::kInv9);
-      emit(1, 2, linear::kInv9);
+      emit(2, 1, kExact9);
+      emit(1, 2, kExact9);
     }
     std::swap(index[0], index[1]);
     give(rows[index[0]]);
     give(rows[index[0]]);
   } else {
     constexpr int kW = R == 2 ? 4 : 8;  // weights of one row total
-    constexpr float kF = R == 2 ? linear::kInv16 : linear::kInv64;
+    constexpr Exact kF = R == 2 ? kExact16 : kExact64;
     HorizontalRow<R>(src, rows[0], w - 1);
     HorizontalRow<R>(src, rows[1], w - 1);
     if constexpr (R == 2) {
@@ -350,11 +369,10 @@ _StLanczos1p5x* LinearFrac(_StLanczos1p5x* ctx, const uint8_t* src, uint8_t* dst
                            int width) {
   if (height < Den || width < Den) return ctx;
   constexpr int kW = Den == 2 ? 6 : 8;
-  constexpr float kF = Den == 2 ? linear::kInv36 : linear::kInv64;
+  constexpr Exact kF = Den == 2 ? kExact36 : kExact64;
   const size_t w = static_cast<size_t>(width);
   const size_t ow = Den == 2 ? static_cast<size_t>(1.5 * width) : 4 * w / 3;
   const size_t written = (Den + 1) * (w - w % Den) / Den;
-  const int body8 = static_cast<int>(ow / 8), tail = static_cast<int>(ow % 8);
   const size_t groups = (w - Den) / (8 * Den), singles = (w - Den) % (8 * Den) / Den;
   uint16_t* const rows[2] = {reinterpret_cast<uint16_t*>(ctx->lineBuf),
                              reinterpret_cast<uint16_t*>(ctx->lineBuf) + ow};
@@ -375,11 +393,7 @@ _StLanczos1p5x* LinearFrac(_StLanczos1p5x* ctx, const uint8_t* src, uint8_t* dst
     std::swap(index[0], index[1]);
   };
   auto emit = [&](int wa, int wb) {
-    if constexpr (Den == 2) {
-      VerticalRow(rows[index[0]], rows[index[1]], wa, wb, kF, dst, body8, tail);
-    } else {
-      VerticalRowPow2<6>(rows[index[0]], rows[index[1]], wa, wb, dst, ow);
-    }
+    VerticalRowExact<Den == 2 ? 2 : 0>(rows[index[0]], rows[index[1]], wa, wb, kF, dst, ow);
     dst += ow;
   };
   filter(rows[0]);
