@@ -1,12 +1,13 @@
 // Bilinear 2x, 3x, 4x, 1.5x and 4/3x enlargement of one byte plane, and
 // their exported row passes.
 //
-// The horizontal pass turns a source row into rW 16-bit sums (weights total
-// 4, 3 or 8); ctx->lineBuf holds two of them as a ring named by rowIndex[0]
-// (older) and rowIndex[1] (newer). Each output row blends the two ring rows
-// and rounds once in single precision. The sums stay below 2^12, so every
-// step of the vector and scalar rules is exact except the final float
-// rounding, which both rules perform per element as documented in resize.h.
+// The horizontal pass turns a source row into 16-bit sums (weights total 4,
+// 3, 8, 6 or 8 for 2x, 3x, 4x, 1.5x and 4/3x); ctx->lineBuf holds two of
+// them as a ring named by rowIndex[0] (older) and rowIndex[1] (newer). Each
+// output row blends the two ring rows and is defined by two float rounding
+// rules (resize.h). The exported vertical passes apply those rules to any
+// row contents; the drivers' sums stay below 2^15, where an integer form
+// gives the same bytes (VerticalRowExact).
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "src/kernels/resize/linear_int.cc"
