@@ -1,6 +1,8 @@
-// Lanczos and bicubic resamplers beside OpenCV's cv::resize to the same
-// output size (INTER_LANCZOS4 for the Lanczos kernels, INTER_CUBIC for the
-// bicubic ones). OpenCV runs once on one thread, for a like-for-like
+// Lanczos, bicubic and bilinear resamplers beside OpenCV's cv::resize to the
+// same output size (INTER_LANCZOS4 for the Lanczos kernels, INTER_CUBIC for
+// the bicubic ones, INTER_LINEAR for the bilinear ones, CV_32F for the float
+// ones), and the byte bilinear ones beside libyuv's ScalePlane with
+// kFilterBilinear. OpenCV runs once on one thread, for a like-for-like
 // comparison with our single-threaded kernels, and once with its default
 // thread pool. Every benchmark reports output pixels per second.
 #include <benchmark/benchmark.h>
@@ -12,6 +14,10 @@
 #ifdef VORLITH_BENCH_OPENCV
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
+#endif
+
+#ifdef VORLITH_BENCH_LIBYUV
+#include <libyuv/scale.h>
 #endif
 
 #include "vorlith/kernels.h"
@@ -64,6 +70,36 @@ void RunKernel(benchmark::State& state, const Kernel& k) {
   for (auto _ : state) {
     k.run(&ctx, src.data(), dst.data(), f.h, f.w);
     benchmark::DoNotOptimize(dst.data());
+    benchmark::ClobberMemory();
+  }
+  UInitLanczos1p5x(&ctx);
+  state.SetItemsProcessed(state.iterations() * int64_t{ow} * oh);
+}
+
+// Bilinear: ratio num/den; float planes when `floats`.
+template <int Num, int Den, bool Floats = false>
+void RunLinear(benchmark::State& state) {
+  const Frame f = kFrames[state.range(0)];
+  const int ow = Num * f.w / Den, oh = Num * f.h / Den;
+  auto src = RandomBytes(size_t(f.w) * f.h);
+  std::vector<float> fsrc(src.begin(), src.end()), fdst(Floats ? size_t(ow) * oh : 0);
+  std::vector<uint8_t> dst(size_t(ow) * oh);
+  _StLanczos1p5x ctx{};
+  InitLanczos1p5x(&ctx);
+  ctx.floatLineBuf = new unsigned char[2 * sizeof(float) * ow];
+  for (auto _ : state) {
+    if constexpr (Floats) {
+      (Num == 3 ? Linear_float_3x : Linear_float_4x)(&ctx, fsrc.data(), fdst.data(), f.h, f.w);
+    } else {
+      auto* run = Den == 2 ? Linear_1p5x
+                  : Den == 3 ? Linear_4div3x
+                  : Num == 2 ? Linear_2x
+                  : Num == 3 ? Linear_3x
+                             : Linear_4x;
+      run(&ctx, src.data(), dst.data(), f.h, f.w);
+    }
+    benchmark::DoNotOptimize(dst.data());
+    benchmark::DoNotOptimize(fdst.data());
     benchmark::ClobberMemory();
   }
   UInitLanczos1p5x(&ctx);
@@ -128,6 +164,24 @@ void BM_cv_LANCZOS4_2x_rgb(benchmark::State& s) {
   RunOpenCv(s, 3, kFrames[0], Twice, Twice, cv::INTER_LANCZOS4);
 }
 
+template <int Num, int Den, int Type = CV_8U>
+void BM_cv_LINEAR(benchmark::State& s) {
+  const Frame f = kFrames[s.range(0)];
+  const int saved = cv::getNumThreads();
+  if (s.range(1) == 1) cv::setNumThreads(1);
+  cv::Mat src(f.h, f.w, Type);
+  cv::randu(src, 0, 255);
+  const cv::Size size(Num * f.w / Den, Num * f.h / Den);
+  cv::Mat dst(size, Type);
+  for (auto _ : s) {
+    cv::resize(src, dst, size, 0, 0, cv::INTER_LINEAR);
+    benchmark::DoNotOptimize(dst.data);
+    benchmark::ClobberMemory();
+  }
+  cv::setNumThreads(saved);
+  s.SetItemsProcessed(s.iterations() * int64_t{size.width} * size.height);
+}
+
 void OpenCvArgs(benchmark::internal::Benchmark* b) {
   b->ArgNames({"frame", "cv_threads"});
   for (int frame : {0, 1}) {
@@ -137,6 +191,22 @@ void OpenCvArgs(benchmark::internal::Benchmark* b) {
 #endif
 
 void FrameArgs(benchmark::internal::Benchmark* b) { b->ArgName("frame")->Arg(0)->Arg(1); }
+
+#ifdef VORLITH_BENCH_LIBYUV
+template <int Num, int Den>
+void BM_libyuv_ScalePlane_bilinear(benchmark::State& s) {
+  const Frame f = kFrames[s.range(0)];
+  const int ow = Num * f.w / Den, oh = Num * f.h / Den;
+  auto src = RandomBytes(size_t(f.w) * f.h);
+  std::vector<uint8_t> dst(size_t(ow) * oh);
+  for (auto _ : s) {
+    libyuv::ScalePlane(src.data(), f.w, f.w, f.h, dst.data(), ow, ow, oh, libyuv::kFilterBilinear);
+    benchmark::DoNotOptimize(dst.data());
+    benchmark::ClobberMemory();
+  }
+  s.SetItemsProcessed(s.iterations() * int64_t{ow} * oh);
+}
+#endif
 
 }  // namespace
 
@@ -148,12 +218,33 @@ BENCHMARK(BM_Lanczos_4d3x)->Apply(FrameArgs);
 BENCHMARK(BM_Cubic1p5x_NEON)->Apply(FrameArgs);
 BENCHMARK(BM_Cubic2x_NEON)->Apply(FrameArgs);
 BENCHMARK(BM_ResizeLanczos2x_NEON_rgb);
+BENCHMARK(RunLinear<2, 1>)->Name("BM_Linear_2x")->Apply(FrameArgs);
+BENCHMARK(RunLinear<3, 1>)->Name("BM_Linear_3x")->Apply(FrameArgs);
+BENCHMARK(RunLinear<4, 1>)->Name("BM_Linear_4x")->Apply(FrameArgs);
+BENCHMARK(RunLinear<3, 2>)->Name("BM_Linear_1p5x")->Apply(FrameArgs);
+BENCHMARK(RunLinear<4, 3>)->Name("BM_Linear_4div3x")->Apply(FrameArgs);
+BENCHMARK(RunLinear<3, 1, true>)->Name("BM_Linear_float_3x")->Apply(FrameArgs);
+BENCHMARK(RunLinear<4, 1, true>)->Name("BM_Linear_float_4x")->Apply(FrameArgs);
+#ifdef VORLITH_BENCH_LIBYUV
+BENCHMARK(BM_libyuv_ScalePlane_bilinear<2, 1>)->Apply(FrameArgs);
+BENCHMARK(BM_libyuv_ScalePlane_bilinear<3, 1>)->Apply(FrameArgs);
+BENCHMARK(BM_libyuv_ScalePlane_bilinear<4, 1>)->Apply(FrameArgs);
+BENCHMARK(BM_libyuv_ScalePlane_bilinear<3, 2>)->Apply(FrameArgs);
+BENCHMARK(BM_libyuv_ScalePlane_bilinear<4, 3>)->Apply(FrameArgs);
+#endif
 #ifdef VORLITH_BENCH_OPENCV
 BENCHMARK(BM_cv_LANCZOS4_2x)->Apply(OpenCvArgs)->UseRealTime();
 BENCHMARK(BM_cv_LANCZOS4_1p5x)->Apply(OpenCvArgs)->UseRealTime();
 BENCHMARK(BM_cv_LANCZOS4_4d3x)->Apply(OpenCvArgs)->UseRealTime();
 BENCHMARK(BM_cv_CUBIC_1p5x)->Apply(OpenCvArgs)->UseRealTime();
 BENCHMARK(BM_cv_CUBIC_2x)->Apply(OpenCvArgs)->UseRealTime();
+BENCHMARK(BM_cv_LINEAR<2, 1>)->Apply(OpenCvArgs)->UseRealTime();
+BENCHMARK(BM_cv_LINEAR<3, 1>)->Apply(OpenCvArgs)->UseRealTime();
+BENCHMARK(BM_cv_LINEAR<4, 1>)->Apply(OpenCvArgs)->UseRealTime();
+BENCHMARK(BM_cv_LINEAR<3, 2>)->Apply(OpenCvArgs)->UseRealTime();
+BENCHMARK(BM_cv_LINEAR<4, 3>)->Apply(OpenCvArgs)->UseRealTime();
+BENCHMARK(BM_cv_LINEAR<3, 1, CV_32F>)->Apply(OpenCvArgs)->UseRealTime();
+BENCHMARK(BM_cv_LINEAR<4, 1, CV_32F>)->Apply(OpenCvArgs)->UseRealTime();
 BENCHMARK(BM_cv_LANCZOS4_2x_rgb)
     ->ArgNames({"frame", "cv_threads"})
     ->Args({0, 1})

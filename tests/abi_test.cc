@@ -39,7 +39,21 @@ TEST(Abi, ExportsTheKernelApiAndHidesInternals) {
         "_Z15HCubic1p5x_NEONP14_StLanczos1p5xPhPiii",
         "_Z13HCubic2x_NEONP14_StLanczos1p5xPhPiii",
         "_Z11VCubic_NEONP14_StLanczos1p5xPPiPhPKsii",
-        "lanczos2xRowRing"}) {
+        "lanczos2xRowRing",
+        // Bilinear 2x, 3x and 4x.
+        "_Z9Linear_2xP14_StLanczos1p5xPhS1_ii", "_Z9Linear_3xP14_StLanczos1p5xPhS1_ii",
+        "_Z9Linear_4xP14_StLanczos1p5xPhS1_ii", "_Z21HResizeLinear_2x_NEONPhPsii",
+        "_Z21HResizeLinear_3x_NEONPhPtii", "_Z21HResizeLinear_4x_NEONPhPsii",
+        "_Z23VResizeLinear_3x_NEON_1P14_StLanczos1p5xPPtPhii",
+        "_Z23VResizeLinear_3x_NEON_2P14_StLanczos1p5xPPtPhii", "_Z19Linear_3x_give_NEONPhPtii",
+        "_Z11Linear_1p5xP14_StLanczos1p5xPhS1_ii", "_Z13Linear_4div3xP14_StLanczos1p5xPhS1_ii",
+        "_Z23HResizeLinear_1p5x_NEONPhPsii", "_Z25HResizeLinear_4div3x_NEONPhPsii",
+        // Float bilinear 3x and 4x, NHWC converters.
+        "_Z15Linear_float_3xP14_StLanczos1p5xPfS1_ii",
+        "_Z15Linear_float_4xP14_StLanczos1p5xPfS1_ii", "_Z27HResizeLinear_float_3x_NEONPfS_ii",
+        "_Z27HResizeLinear_float_4x_NEONPfS_ii",
+        "_Z24VResizeLinear_float_NEONP14_StLanczos1p5xPPfS1_PKfii",
+        "_Z24CvtF32ToU8_NHWC_3x3_NEONPfPhii", "_Z24CvtF32ToU8_NHWC_2x2_NEONPfPhii"}) {
     EXPECT_NE(dlsym(self, exported), nullptr) << exported;
   }
   // The vector steps: their lane types mangle as the Arm vector types on
@@ -47,10 +61,12 @@ TEST(Abi, ExportsTheKernelApiAndHidesInternals) {
   // structs elsewhere.
 #if defined(__aarch64__)
 #define VORLITH_I32X4 "11__Int32x4_t"
+#define VORLITH_I16X8 "11__Int16x8_t"
 #define VORLITH_CI32X4 "Dv4_i"
 #define VORLITH_CALCULATION_ARGS "PKDv4_iR11__Int32x4_t"
 #else
 #define VORLITH_I32X4 "7int32x4"
+#define VORLITH_I16X8 "7int16x8"
 #define VORLITH_CI32X4 "7int32x4"
 #define VORLITH_CALCULATION_ARGS "PK7int32x4RS_"
 #endif
@@ -66,10 +82,13 @@ TEST(Abi, ExportsTheKernelApiAndHidesInternals) {
         "_Z19u8_to_s32_NEON_8LENPhR" VORLITH_I32X4 "S1_",
         "_Z31u8_2x_to_s32_NEON_8LEN_FirstRowPhR" VORLITH_I32X4 "S1_",
         "_Z19HCubic1p5x_NEON_CALP14_StLanczos1p5xPK" VORLITH_CI32X4 "Pi",
-        "_Z17HCubic2x_NEON_CALP14_StLanczos1p5xPK" VORLITH_CI32X4 "Pi"}) {
+        "_Z17HCubic2x_NEON_CALP14_StLanczos1p5xPK" VORLITH_CI32X4 "Pi",
+        "_Z22u8_2x_to_s16_NEON_8LENPhR" VORLITH_I16X8 "S1_",
+        "_Z21HLinear_1p5x_NEON_CALPsR" VORLITH_I16X8 "S1_S1_"}) {
     EXPECT_NE(dlsym(self, exported), nullptr) << exported;
   }
 #undef VORLITH_I32X4
+#undef VORLITH_I16X8
 #undef VORLITH_CI32X4
 #undef VORLITH_CALCULATION_ARGS
   for (const char* hidden : {"_ZN7vorlith15RunnableTargetsEv", "_ZN7vorlith16DispatchedTargetEv"}) {

@@ -76,6 +76,22 @@ TEST(Oracle, AgreesWithTheDocumentedExamples) {
     EXPECT_EQ(Linear2xNvSample(edge, 2, 2, 1, row, 1, 0), want[row]);
     EXPECT_EQ(Linear2xNvSample(edge, 2, 2, 1, row, 0, 1), 9);
   }
+  // A step from a row of 0 to a row of 255, enlarged 2x, 4x and (two
+  // columns wide) 1.5x, where 127.5 rounds up.
+  const uint8_t step[4] = {0, 0, 255, 255};
+  const uint8_t want2[4] = {0, 64, 191, 255}, want15[3] = {0, 128, 255};
+  const uint8_t want4[8] = {0, 0, 32, 96, 159, 223, 255, 255};
+  for (int row = 0; row < 8; ++row) {
+    EXPECT_EQ(LinearSample(2, 1, step + 1, 2, 1, row / 2, 1), want2[row / 2]);
+    EXPECT_EQ(LinearSample(3, 2, step, 2, 2, row % 3, 2), want15[row % 3]);
+    EXPECT_EQ(LinearSample(4, 1, step + 1, 2, 1, row, 3), want4[row]);
+    const float rows01[2] = {0.0f, 1.0f};
+    const int eighths = row < 2 ? 0 : (row > 5 ? 8 : 2 * row - 3);
+    EXPECT_EQ(LinearFloatSample(4, rows01, 2, 1, row, 2), eighths / 8.0f);
+  }
+  for (auto [v, byte] : {std::pair{255.9f, 255}, {-0.5f, 0}, {300.0f, 255}}) {
+    EXPECT_EQ(NhwcByte(v), byte);
+  }
   // Tap sums of 2046 to 2049 move a constant by less than one half, in every
   // phase pair and by both rounding rules.
   for (auto r : {Resampler::kLanczos2x, Resampler::kLanczos1p5x, Resampler::kLanczos4d3x,

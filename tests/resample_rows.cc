@@ -1,7 +1,12 @@
-// Conformance rows of the Lanczos and bicubic resamplers: the drivers, their
-// exported horizontal and vertical passes, and the single vector steps.
+// Conformance rows of the Lanczos, bicubic and bilinear resamplers: the
+// drivers, their exported horizontal and vertical passes, and the single
+// vector steps.
 #include <algorithm>
+#include <bit>
+#include <cmath>
 #include <cstddef>
+
+#include <gtest/gtest.h>
 
 #include "tests/oracle/oracle.h"
 #include "tests/support/conformance.h"
@@ -342,6 +347,260 @@ void AddVectorSteps(std::vector<Row>& rows) {
   }
 }
 
+// ---- Bilinear resamplers: drivers, row passes, the 3x vertical passes ----
+struct LinearDriver {
+  const char* name;
+  int num, den;  // output size num * n / den; sizes below den write nothing
+  _StLanczos1p5x* (*run)(_StLanczos1p5x*, unsigned char*, unsigned char*, int, int);
+  void (*row)(uint8_t* src, uint16_t* dst, int groups, int singles);  // den * (8g + s + 1) pixels
+};
+
+template <void (*F)(unsigned char*, short*, int, int)>
+void AsU16(uint8_t* src, uint16_t* dst, int groups, int singles) {
+  F(src, reinterpret_cast<short*>(dst), groups, singles);
+}
+
+void AddLinear(std::vector<Row>& rows) {
+  const LinearDriver drivers[] = {
+      {"Linear_2x", 2, 1, Linear_2x, AsU16<HResizeLinear_2x_NEON>},
+      {"Linear_3x", 3, 1, Linear_3x, HResizeLinear_3x_NEON},
+      {"Linear_4x", 4, 1, Linear_4x, AsU16<HResizeLinear_4x_NEON>},
+      {"Linear_1p5x", 3, 2, Linear_1p5x, AsU16<HResizeLinear_1p5x_NEON>},
+      {"Linear_4div3x", 4, 3, Linear_4div3x, AsU16<HResizeLinear_4div3x_NEON>},
+  };
+  for (const LinearDriver& d : drivers) {
+    // image 0 random, 1 blocks of 0 and 255, 2 constant.
+    Row row{d.name, {"h", "w", "image"}, {{0, 4, 0}, {4, 0, 0}}, nullptr, nullptr};
+    for (int w : {1, 2, 3, 8, 9, 16, 17, 18, 23, 24, 27, 29}) {
+      for (int h : {1, 2, 3, 5, 7}) row.sizes.push_back({h, w, int(row.sizes.size() % 3)});
+    }
+    row.draw = [](std::mt19937& rng) {
+      return Params{Uniform(rng, 1, 12), Uniform(rng, 1, 100), Uniform(rng, 0, 2)};
+    };
+    row.make = [d](const Params& p, Case& c) {
+      const int h = std::max(p[0], 0), w = std::max(p[1], 0);
+      uint8_t* src = c.In<uint8_t>(size_t(h) * w);
+      const uint8_t level = static_cast<uint8_t>(c.rng());
+      for (int i = 0; i < h * w; ++i) {
+        const int block = (i % w / 3 + i / w / 2) % 2 * 255;
+        src[i] = p[2] == 0 ? uint8_t(c.rng()) : p[2] == 1 ? block : level;
+      }
+      const int ow = d.num * w / d.den, oh = d.num * (h - h % d.den) / d.den;
+      c.Out<uint8_t>(size_t(ow) * oh, std::max(ow, 1));
+      for (int y = 0; h >= d.den && w >= d.den && y < oh; ++y) {
+        for (int x = 0; x < ow; ++x) {
+          c.Want(size_t(y) * ow + x, oracle::LinearSample(d.num, d.den, src, h, w, y, x));
+        }
+      }
+      _StLanczos1p5x* ctx = c.Context();
+      c.run = [=](void* out) { EXPECT_EQ(d.run(ctx, src, static_cast<uint8_t*>(out), h, w), ctx); };
+    };
+    rows.push_back(std::move(row));
+
+    Row hrow{std::string("HResizeLinear_") + (d.name + 7) + "_NEON", {"groups", "singles"}, {},
+             nullptr, nullptr};
+    for (int g : {0, 1, 2}) {
+      for (int s = 0; s < 8; ++s) hrow.sizes.push_back({g, s});
+    }
+    hrow.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 7)}; };
+    hrow.make = [d](const Params& q, Case& c) {
+      const int w = d.den * (8 * q[0] + q[1] + 1), n = d.num * w / d.den;
+      uint8_t* src = c.RandomBytes(w);
+      c.Out<uint16_t>(n, n);
+      for (int j = 0; j < n; ++j) c.Want(j, uint16_t(oracle::LinearH(d.num, d.den, src, w, j)));
+      c.run = [=](void* out) { d.row(src, static_cast<uint16_t*>(out), q[0], q[1]); };
+    };
+    rows.push_back(std::move(hrow));
+  }
+
+  // The 1.5x vector steps over pairs start .. start+7 of a row.
+  Row load{"u8_2x_to_s16_NEON_8LEN", {}, {{}}, [](std::mt19937&) { return Params{}; }, nullptr,
+           false};
+  load.make = [](const Params&, Case& c) {
+    uint8_t* src = c.RandomBytes(16);
+    c.Out<int16_t>(16, 8);
+    for (int i = 0; i < 16; ++i) c.Want(i, int16_t{src[2 * (i % 8) + i / 8]});
+    c.run = [=](void* out) {
+      auto* v = static_cast<__simd128_int16_t*>(out);
+      u8_2x_to_s16_NEON_8LEN(src, v[0], v[1]);
+    };
+  };
+  rows.push_back(std::move(load));
+  Row cal{"HLinear_1p5x_NEON_CAL", {"start"}, {{0}, {5}}, nullptr, nullptr, false};
+  cal.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 20)}; };
+  cal.make = [](const Params& q, Case& c) {
+    constexpr int kWidth = 60;
+    const uint8_t* line = c.RandomBytes(kWidth);
+    auto* in = c.In<__simd128_int16_t>(3);
+    int16_t lanes[3][8];
+    for (int k = 0; k < 8; ++k) {
+      for (int v = 0; v < 3; ++v) lanes[v][k] = line[2 * (q[0] + k) + v];
+    }
+    std::memcpy(static_cast<void*>(in), lanes, sizeof(lanes));
+    c.Out<int16_t>(24, 3);
+    for (int j = 0; j < 24; ++j) {
+      c.Want(j, int16_t(oracle::LinearH(3, 2, line, kWidth, 1 + 3 * q[0] + j)));
+    }
+    c.run = [=](void* out) {
+      HLinear_1p5x_NEON_CAL(static_cast<short*>(out), in[0], in[1], in[2]);
+    };
+  };
+  rows.push_back(std::move(cal));
+
+  // 3x vertical passes, weights of the older and newer rows (give: older / 3).
+  for (auto [name, wa, wb] : {std::tuple{"VResizeLinear_3x_NEON_1", 2, 1},
+                              {"VResizeLinear_3x_NEON_2", 1, 2}, {"Linear_3x_give_NEON", 1, 0}}) {
+    // mode 0: any 16-bit rows (the body's sums wrap); 1: sums of a 3x row.
+    Row row{name, {"groups", "singles", "mode"}, {}, nullptr, nullptr};
+    for (auto [g, s] : {std::pair{0, 7}, {1, 0}, {2, 5}, {4, 3}}) {
+      for (int mode : {0, 1}) row.sizes.push_back({g, s, mode});
+    }
+    row.draw = [](std::mt19937& rng) {
+      return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 7), Uniform(rng, 0, 1)};
+    };
+    row.make = [wa, wb](const Params& q, Case& c) {
+      const int n = 8 * q[0] + q[1];
+      // Slot 1 holds the older row, so the ring indices must be followed.
+      unsigned short** slots = c.In<unsigned short*>(2);
+      for (int k = 0; k < 2; ++k) {
+        slots[k] = c.In<unsigned short>(n);
+        for (int x = 0; x < n; ++x) slots[k][x] = q[2] ? Uniform(c.rng, 0, 765) : c.rng();
+      }
+      c.Out<uint8_t>(n, n);
+      const float f = std::bit_cast<float>(wb ? 0x3DE38E39u : 0x3EAAAAABu);
+      for (int x = 0; x < n; ++x) {
+        c.Want(x, oracle::LinearRound(wa * slots[1][x] + wb * slots[0][x], f, x < 8 * q[0]));
+      }
+      _StLanczos1p5x* ctx = c.Context();
+      c.run = [=](void* out) {
+        auto* dst = static_cast<uint8_t*>(out);
+        ctx->rowIndex[0] = 1;
+        ctx->rowIndex[1] = 0;
+        if (wb == 0) return Linear_3x_give_NEON(dst, slots[1], q[0], q[1]);
+        (wa == 2 ? VResizeLinear_3x_NEON_1 : VResizeLinear_3x_NEON_2)(ctx, slots, dst, q[0], q[1]);
+      };
+    };
+    rows.push_back(std::move(row));
+  }
+}
+
+// ---- Float bilinear 3x and 4x, and the NHWC float-to-byte converters ----
+float AnyFloat(std::mt19937& rng) {
+  // Mostly pixel values; sometimes values the conversions saturate, wrap or
+  // zero (NaN), and exact extremes.
+  const float special[] = {255.9f, -0.5f, 300.0f, 70000.5f, -70000.0f, 3e9f, NAN, 1e-30f};
+  return rng() % 8 ? std::uniform_real_distribution<float>(-20.0f, 280.0f)(rng)
+                   : special[rng() % 8];
+}
+
+void AddLinearFloat(std::vector<Row>& rows) {
+  using Driver = void (*)(_StLanczos1p5x*, float*, float*, int, int);
+  using HPass = void (*)(float*, float*, int, int);
+  for (auto [r, run, hpass] : {std::tuple<int, Driver, HPass>{3, Linear_float_3x,
+                                                             HResizeLinear_float_3x_NEON},
+                               {4, Linear_float_4x, HResizeLinear_float_4x_NEON}}) {
+    const std::string ratio = std::to_string(r) + "x";
+    Row row{"Linear_float_" + ratio, {"h", "w"}, {{0, 3}, {3, 0}}, nullptr, nullptr};
+    for (int w : {1, 2, 4, 5, 8, 9, 13}) {
+      for (int h : {1, 2, 4}) row.sizes.push_back({h, w});
+    }
+    row.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 1, 10), Uniform(rng, 1, 60)}; };
+    row.make = [r, run](const Params& p, Case& c) {
+      const int h = std::max(p[0], 0), w = std::max(p[1], 0), ow = r * w;
+      float* src = c.In<float>(size_t(h) * w);
+      for (int i = 0; i < h * w; ++i) src[i] = AnyFloat(c.rng);
+      c.Out<float>(size_t(r) * h * ow, std::max(ow, 1));
+      for (int y = 0; y < r * h; ++y) {
+        for (int x = 0; x < ow; ++x) {
+          c.Want(size_t(y) * ow + x, oracle::LinearFloatSample(r, src, h, w, y, x));
+        }
+      }
+      float* ring = c.In<float>(2 * size_t(ow));
+      _StLanczos1p5x* ctx = c.Context();
+      c.run = [=](void* out) {
+        ctx->floatLineBuf = reinterpret_cast<unsigned char*>(ring);  // for the call only
+        run(ctx, src, static_cast<float*>(out), h, w);
+        ctx->floatLineBuf = nullptr;
+      };
+    };
+    rows.push_back(std::move(row));
+
+    Row hrow{"HResizeLinear_float_" + ratio + "_NEON", {"groups", "singles"}, {}, nullptr, nullptr};
+    for (int g : {0, 1, 3}) {
+      for (int s = 0; s < 4; ++s) hrow.sizes.push_back({g, s});
+    }
+    hrow.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 3)}; };
+    hrow.make = [r, hpass](const Params& q, Case& c) {
+      const int w = 4 * q[0] + q[1] + 1;
+      float* src = c.In<float>(w);
+      for (int i = 0; i < w; ++i) src[i] = AnyFloat(c.rng);
+      c.Out<float>(size_t(r) * w, size_t(r) * w);
+      for (int j = 0; j < r * w; ++j) c.Want(j, oracle::LinearFloatH(r, src, w, j));
+      c.run = [=](void* out) { hpass(src, static_cast<float*>(out), q[0], q[1]); };
+    };
+    rows.push_back(std::move(hrow));
+  }
+
+  Row vrow{"VResizeLinear_float_NEON", {"groups", "singles"}, {{0, 3}, {1, 0}, {5, 2}}, nullptr,
+           nullptr};
+  vrow.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 20), Uniform(rng, 0, 3)}; };
+  vrow.make = [](const Params& q, Case& c) {
+    const int n = 4 * q[0] + q[1];
+    float* weights = c.In<float>(2);
+    weights[0] = AnyFloat(c.rng) / 256.0f;
+    weights[1] = AnyFloat(c.rng) / 256.0f;
+    // Slot 1 holds the older row, so the ring indices must be followed.
+    float** slots = c.In<float*>(2);
+    for (int k = 0; k < 2; ++k) {
+      slots[k] = c.In<float>(n);
+      for (int x = 0; x < n; ++x) slots[k][x] = AnyFloat(c.rng);
+    }
+    c.Out<float>(n, n);
+    for (int x = 0; x < n; ++x) {
+      const float older = slots[1][x] * weights[0], newer = slots[0][x] * weights[1];
+      c.Want(x, older + newer);
+    }
+    _StLanczos1p5x* ctx = c.Context();
+    c.run = [=](void* out) {
+      ctx->rowIndex[0] = 1;
+      ctx->rowIndex[1] = 0;
+      VResizeLinear_float_NEON(ctx, slots, static_cast<float*>(out), weights, q[0], q[1]);
+    };
+  };
+  rows.push_back(std::move(vrow));
+
+  // Ch output rows per input row: blocks of 8*Ch floats, the first 4
+  // positions read, each 8-byte group their bytes twice; rows run on.
+  for (int ch : {3, 2}) {
+    const std::string name = ch == 3 ? "CvtF32ToU8_NHWC_3x3_NEON" : "CvtF32ToU8_NHWC_2x2_NEON";
+    Row row{name, {"h", "w"}, {{1, 8}, {2, 8}, {3, 16}, {2, 3}, {1, 2}, {2, 4}, {2, 5}, {1, 11}},
+            nullptr, nullptr};
+    row.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 1, 6), Uniform(rng, 1, 40)}; };
+    row.make = [ch](const Params& p, Case& c) {
+      const int h = p[0], w = p[1], blocks = ch == 3 ? 9 * w / 24 : w / 4;
+      float* src = c.In<float>(size_t(h) * ch * ch * w);
+      for (int i = 0; i < h * ch * ch * w; ++i) src[i] = AnyFloat(c.rng);
+      c.Out<uint8_t>(size_t(h) * ch * ch * w, size_t(ch) * w);
+      for (int y = 0; y < h; ++y) {
+        const size_t base = size_t(y) * (8 * blocks + (ch - 1) * ch * w);
+        for (int g = 0; g < blocks; ++g) {
+          for (int k = 0; k < ch; ++k) {
+            for (int i = 0; i < 8; ++i) {
+              const float v = src[(size_t(y) * blocks + g) * 8 * ch + ch * (i % 4) + k];
+              c.Want(base + size_t(k) * ch * w + 8 * g + i, oracle::NhwcByte(v));
+            }
+          }
+        }
+      }
+      c.run = [=](void* out) {
+        (ch == 3 ? CvtF32ToU8_NHWC_3x3_NEON : CvtF32ToU8_NHWC_2x2_NEON)(
+            src, static_cast<uint8_t*>(out), h, w);
+      };
+    };
+    rows.push_back(std::move(row));
+  }
+}
+
 }  // namespace
 
 std::vector<Row> ResampleRows() {
@@ -350,6 +609,8 @@ std::vector<Row> ResampleRows() {
   AddHorizontalPasses(rows);
   AddVerticalPasses(rows);
   AddVectorSteps(rows);
+  AddLinear(rows);
+  AddLinearFloat(rows);
   return rows;
 }
 

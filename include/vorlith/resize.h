@@ -46,6 +46,140 @@ VORLITH_API void HResizeLinear_2x_nv_NEON(unsigned char* src, short* dst, int gr
 VORLITH_API void VResizeLinear_NEON(_StLanczos1p5x* ctx, short** rowsBuf, unsigned char* dst,
                                     short const* weights, int groups, int tail, float scale);
 
+// ---- Bilinear 2x, 3x, 4x, 1.5x and 4/3x ------------------------------------
+//
+// Enlarge a packed W x H plane to rW x rH (r = 2, 3, 4; output stride rW).
+// Output pixel j samples source position (j + 0.5)/r - 0.5, clamped to the
+// first and last source pixel, in both directions, with weights in quarters
+// (2x), thirds (3x) or eighths (4x). Each source row is filtered once into
+// rW 16-bit sums (weights totalling 4, 3 or 8) in a ring of two rows in
+// ctx->lineBuf (slot 0 at lineBuf, slot 1 rW elements further on; names in
+// rowIndex[0] (older) and rowIndex[1] (newer), reset to 0, 1 on each call),
+// so rW <= 20480 with the 81920 bytes InitLanczos1p5x allocates. An output
+// row blends the two ring rows: S = wA*older + wB*newer, times f in single
+// precision, rounded by one of two rules, both part of the contract:
+// - the first 8*(rW/8) values of a row: S in 16-bit lanes read as signed,
+//   float(S)*f + 0.5f in single precision, truncated (saturating), its low
+//   16 bits read as signed and clamped to 0..255;
+// - the last rW%8: S in 32 bits, negative S to 0, float(S)*f in single
+//   precision, + 0.5 in double, truncated, capped at 255.
+// For the sums a horizontal pass makes (at most 8*255) the two agree: both
+// round S*f half up. f is 1/16 (bits 0x3D800000) for 2x, 1/64 (0x3C800000)
+// for 4x; 3x blends with 1/9 (0x3DE38E39) and divides the rows that lie on
+// a source row (3i+1, and the clamped first and last two) by 3 with 1/3
+// (0x3EAAAAAB). A width or height below 1 writes nothing. Each returns ctx.
+VORLITH_API _StLanczos1p5x* Linear_2x(_StLanczos1p5x* ctx, unsigned char* src,
+                                      unsigned char* dst, int height, int width);
+VORLITH_API _StLanczos1p5x* Linear_3x(_StLanczos1p5x* ctx, unsigned char* src,
+                                      unsigned char* dst, int height, int width);
+VORLITH_API _StLanczos1p5x* Linear_4x(_StLanczos1p5x* ctx, unsigned char* src,
+                                      unsigned char* dst, int height, int width);
+
+// Horizontal passes of one row of W = 8*groups + singles + 1 pixels into rW
+// sums (drivers: groups = (W-1)/8, singles = (W-1)%8); exactly W bytes read.
+// Between a pixel a and its right neighbour b: 2x 3a+b, a+3b; 3x 3a, 2a+b,
+// a+2b; 4x 7a+b, 5a+3b, 3a+5b, a+7b. Edges: 2x 4x[0] before, 4x[W-1]
+// after; 3x 3x[0] before, 3x[W-1] twice after; 4x 8x[0] twice before,
+// 8x[W-1] twice after.
+VORLITH_API void HResizeLinear_2x_NEON(unsigned char* src, short* dst, int groups, int singles);
+VORLITH_API void HResizeLinear_3x_NEON(unsigned char* src, unsigned short* dst, int groups,
+                                       int singles);
+VORLITH_API void HResizeLinear_4x_NEON(unsigned char* src, short* dst, int groups, int singles);
+
+// 3x vertical passes: 8*groups + singles bytes by the rules above, from
+// older = rows[ctx->rowIndex[0]] and newer = rows[ctx->rowIndex[1]]:
+// _1 S = 2*older + newer, _2 S = older + 2*newer, both with f = 1/9.
+// Row values of 32768 or more (no horizontal pass makes them) are read as
+// negative by the first rule and as they are by the second.
+VORLITH_API void VResizeLinear_3x_NEON_1(_StLanczos1p5x* ctx, unsigned short** rows,
+                                         unsigned char* dst, int groups, int singles);
+VORLITH_API void VResizeLinear_3x_NEON_2(_StLanczos1p5x* ctx, unsigned short** rows,
+                                         unsigned char* dst, int groups, int singles);
+// A 3x row on a source row: S = row, f = 1/3, same rules.
+VORLITH_API void Linear_3x_give_NEON(unsigned char* dst, unsigned short* row, int groups,
+                                     int singles);
+
+// Bilinear 1.5x and 4/3x: the scheme above with sixths (1.5x, f = 1/36,
+// bits 0x3CE38E39) or eighths (4/3x, f = 1/64). Source pairs (a, b), c the
+// next pair's first pixel, give 3a+3b, 5b+c, b+5c (1.5x); triples
+// (a, b, c), d the next one's first, give 3a+5b, 5b+3c, 7c+d, c+7d (4/3x);
+// the first column is 6x[0] or 8x[0] and the last 6x[W-1] or 8x[W-1].
+// Output OW = trunc(1.5*W) or 4*W/3 columns and OH = 3*((H-2)/2) + 3 or
+// 4*((H-3)/3) + 4 rows (3H/2, 4H/3 for multiples). Sizes that are not a
+// multiple of 2 (1.5x) or 3 (4/3x) are defined here too: the last 1 or 2
+// source columns are not read and the output columns past the last whole
+// pair or triple repeat the last horizontal value before them; the last 1
+// or 2 source rows are not read. Widths or heights below 2
+// (1.5x) or 3 (4/3x) write nothing. Scratch and rounding as above, with
+// rW read as OW; each returns ctx.
+VORLITH_API _StLanczos1p5x* Linear_1p5x(_StLanczos1p5x* ctx, unsigned char* src,
+                                        unsigned char* dst, int height, int width);
+VORLITH_API _StLanczos1p5x* Linear_4div3x(_StLanczos1p5x* ctx, unsigned char* src,
+                                          unsigned char* dst, int height, int width);
+
+// Horizontal passes of one row: 1.5x of W = 16*groups + 2*pairs + 2 pixels
+// into 3W/2 sums (drivers: groups = (W-2)/16, pairs = ((W-2)%16)/2); 4/3x
+// of W = 24*groups + 3*triples + 3 into 4W/3 (groups = (W-3)/24,
+// triples = ((W-3)%24)/3). Exactly W bytes read.
+VORLITH_API void HResizeLinear_1p5x_NEON(unsigned char* src, short* dst, int groups, int pairs);
+VORLITH_API void HResizeLinear_4div3x_NEON(unsigned char* src, short* dst, int groups,
+                                           int triples);
+
+// 16 bytes: the 8 even-indexed and the 8 odd-indexed, widened.
+VORLITH_API void u8_2x_to_s16_NEON_8LEN(unsigned char* src, __simd128_int16_t& even,
+                                        __simd128_int16_t& odd);
+// Eight 1.5x pairs: out[3k] = 3(e+o), out[3k+1] = 5o+n, out[3k+2] = o+5n
+// of lane k of even, odd and next-even, wrapping in 16 bits.
+VORLITH_API void HLinear_1p5x_NEON_CAL(short* out, __simd128_int16_t& even,
+                                       __simd128_int16_t& odd, __simd128_int16_t& next);
+
+// ---- Float bilinear 3x and 4x, NHWC float to bytes --------------------------
+//
+// Enlarge a packed W x H float plane to rW x rH (r = 3, 4) on the grid of
+// Linear_3x and Linear_4x, in single precision with nothing rounded to
+// integers or clamped. Every blend is two separately rounded products then
+// one sum (wA*A + wB*B, never fused). Weights: 3x 2/3 and 1/3 (bits
+// 0x3F2AAAAB, 0x3EAAAAAB); 4x 0.875, 0.625, 0.375, 0.125 and their
+// complements. Horizontally the samples on a source pixel and the clamped
+// edges are copies (3x: x[0]; a, blend, blend per pixel; x[W-1] twice.
+// 4x: x[0] twice; four blends per pixel; x[W-1] twice). Vertically 3x copies
+// the rows on a source row (3i+1, the first, the last two) and blends the
+// others; 4x blends every row, the clamped edge rows too, on two copies of
+// the edge row (top 0.375/0.625 then 0.125/0.875, bottom 0.875/0.125 then
+// 0.625/0.375), so an edge row equals the source row only up to that
+// rounding. Ring: two rows of rW floats in ctx->floatLineBuf, which
+// InitLanczos1p5x does not allocate: the caller sets it (array new, as
+// UInitLanczos1p5x deletes it) to at least 2*rW floats. rowIndex[0..1] are
+// rewritten. A width or height below 1 writes nothing.
+VORLITH_API void Linear_float_3x(_StLanczos1p5x* ctx, float* src, float* dst, int height,
+                                 int width);
+VORLITH_API void Linear_float_4x(_StLanczos1p5x* ctx, float* src, float* dst, int height,
+                                 int width);
+
+// Horizontal passes of one row of W = 4*groups + singles + 1 floats into rW
+// (drivers: groups = (W-1)/4, singles = (W-1)%4); exactly W floats read.
+VORLITH_API void HResizeLinear_float_3x_NEON(float* src, float* dst, int groups, int singles);
+VORLITH_API void HResizeLinear_float_4x_NEON(float* src, float* dst, int groups, int singles);
+
+// dst[i] = rows[ctx->rowIndex[0]][i]*weights[0] + rows[ctx->rowIndex[1]][i]*weights[1]
+// (two rounded products, one sum) for 4*groups + singles values.
+VORLITH_API void VResizeLinear_float_NEON(_StLanczos1p5x* ctx, float** rows, float* dst,
+                                          float const* weights, int groups, int singles);
+
+// Interleaved float tensors to byte rows: input row h yields output rows
+// Ch*h + k (Ch = 3 or 2), value k of each position to row Ch*h + k. Each
+// value is truncated toward zero (saturating to int32, NaN to 0), its low
+// 16 bits read as signed and clamped to 0..255. An input row is read in
+// blocks of 8*Ch floats, (9W)/24 of them (3x3) or W/4 (2x2); a block's first
+// 4 positions give output columns 8g..8g+3 and, repeated, 8g+4..8g+7; its
+// second half is not read. Output rows are Ch*W bytes apart; the columns
+// after 8*blocks are not written. Blocks run on: input row h+1 starts right
+// after row h's last block and its first output row (Ch-1)*Ch*W bytes after
+// the end of row Ch*h's last group, so a packed H x Ch*Ch*W input and
+// Ch*H x Ch*W output line up only when W is a multiple of 8 (3x3) or 4 (2x2).
+VORLITH_API void CvtF32ToU8_NHWC_3x3_NEON(float* src, unsigned char* dst, int height, int width);
+VORLITH_API void CvtF32ToU8_NHWC_2x2_NEON(float* src, unsigned char* dst, int height, int width);
+
 // ---- Lanczos and bicubic resamplers -----------------------------------------
 //
 // Separable fixed-ratio enlargers of 8-bit planes with Q11 integer taps (the

@@ -24,6 +24,31 @@ int16_t HLinear2xNvValue(const uint8_t* row, int width, int index);
 // Output byte `index` of the general two-row vertical pass.
 uint8_t VLinearValue(int16_t a, int16_t b, int16_t w0, int16_t w1, float scale, bool body);
 
+// ---- Bilinear num/den enlargement (2x, 3x, 4x, 1.5x, 4/3x) ----
+// Sample k of centre-aligned sampling over `size` samples: two clamped
+// source indices and their weights (totalling 2*num, 3 in 3x).
+struct LinearTaps {
+  int i0, i1, w0, w1;
+};
+LinearTaps LinearTapsOf(int num, int den, int size, int k);
+// Horizontal sum j of a row; columns past the last whole group of `den`
+// samples repeat the last defined sum.
+int LinearH(int num, int den, const uint8_t* row, int width, int j);
+// Sum s times f to a byte: the 16-bit single-precision rule of the first
+// 8*(n/8) values of a row (`body`), or the 32-bit double-rounded one.
+uint8_t LinearRound(int64_t s, float f, bool body);
+// Output byte (y, x) of a packed plane; rows past the last whole group of
+// `den` are not read.
+uint8_t LinearSample(int num, int den, const uint8_t* src, int height, int width, int y, int x);
+
+// ---- Float bilinear 3x, 4x and the NHWC converters ----
+// Horizontal value j of a float row, and output (y, x) of a packed plane:
+// samples on a source sample are copies, blends two rounded products summed.
+float LinearFloatH(int r, const float* row, int width, int j);
+float LinearFloatSample(int r, const float* src, int height, int width, int y, int x);
+// A float truncated, its low 16 bits read as signed, clamped to 0..255.
+uint8_t NhwcByte(float v);
+
 // ---- Byte and float planes ----
 float U8ToF32(uint8_t v);
 // `body` selects the saturating rule of the first 8*(W/8) columns, otherwise
