@@ -11,10 +11,12 @@ import torch
 import torch.nn as nn
 import torch.nn.functional as F
 
-# Network shapes: feature channels and the number of CxC body blocks.
+# Network shapes: feature channels and the number of CxC body blocks. Sized by
+# the library's engine on a 2-core machine: full keeps ProcessData at 640x360,
+# light at 1280x720, within two thirds of their frame budgets (models/README.md).
 CONFIGS = {
-    "full": {"channels": 16, "body": 4},
-    "light": {"channels": 8, "body": 3},
+    "full": {"channels": 20, "body": 4},
+    "light": {"channels": 12, "body": 4},
 }
 
 _SOBEL_X = [[1.0, 0.0, -1.0], [2.0, 0.0, -2.0], [1.0, 0.0, -1.0]]
