@@ -94,9 +94,7 @@ class KernelContext {
 };
 
 // A plain bilinear 2x of a whole frame, for frames the plug-in will not
-// enlarge. Chroma goes through the library's Linear_2x_nv; the library
-// exports no luma bilinear, so luma uses the same 9/3/3/1 weights on the
-// same half-pixel grid here, which keeps the two planes aligned.
+// enlarge (host::BilinearEnlargeNv12).
 Frame BilinearEnlarge(const Frame& in, KernelContext& ctx);
 
 // Bicubic 2x of the luma plane with the library's Cubic2x_NEON, into the

@@ -1,12 +1,11 @@
 #include "tools/cli/host.h"
 
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <filesystem>
 #include <numeric>
+
+#include "tools/common/host_support.h"
 
 namespace vorlith::cli {
 
@@ -31,32 +30,6 @@ double HostStats::PercentileMs(double p) const {
   return sorted[std::clamp<size_t>(rank, 1, sorted.size()) - 1];
 }
 
-NetworkSearch FindNetworks() {
-  namespace fs = std::filesystem;
-  NetworkSearch search;
-  Dl_info info{};
-  if (dladdr(reinterpret_cast<void*>(&SuperResolutionInterface::Create), &info) != 0 &&
-      info.dli_fname != nullptr) {
-    std::error_code ec;
-    fs::path file = fs::canonical(info.dli_fname, ec);
-    if (ec) file = info.dli_fname;
-    const fs::path dir = file.parent_path();
-    search.directories = {dir.string(), (dir.parent_path() / "share" / "vorlith").string()};
-  }
-#ifdef VORLITH_INSTALL_DATADIR
-  search.directories.push_back(VORLITH_INSTALL_DATADIR);
-#endif
-  for (const char* name : {"RTC.onnx", "RTC_degrade.onnx"}) {
-    bool found = false;
-    for (const std::string& dir : search.directories) {
-      std::error_code ec;
-      found = found || fs::is_regular_file(fs::path(dir) / name, ec);
-    }
-    if (!found) search.missing.push_back(name);
-  }
-  return search;
-}
-
 PluginHost::PluginHost(std::unique_ptr<SuperResolutionInterface> plugin, NetType net)
     : plugin_(std::move(plugin)), net_(net) {
   plugin_->SelectNetType(net_);
@@ -68,27 +41,6 @@ std::unique_ptr<PluginHost> PluginHost::CreateDefault(NetType net) {
   return std::make_unique<PluginHost>(
       std::unique_ptr<SuperResolutionInterface>(SuperResolutionInterface::Create()), net);
 }
-
-namespace {
-
-// Why the plug-in could not run: the library decides where its networks are;
-// this only names what a user should look at.
-std::string NetworkTrouble() {
-  const NetworkSearch search = FindNetworks();
-  std::string where;
-  for (size_t i = 0; i < search.directories.size(); ++i) {
-    where += (i == 0 ? "" : i + 1 == search.directories.size() ? " or " : ", ") + search.directories[i];
-  }
-  if (search.missing.empty()) {
-    return "its networks (RTC.onnx, RTC_degrade.onnx in " + where +
-           ") are damaged or use an operator the runtime lacks";
-  }
-  std::string names;
-  for (size_t i = 0; i < search.missing.size(); ++i) names += (i ? " and " : "") + search.missing[i];
-  return names + " not found in " + where;
-}
-
-}  // namespace
 
 Enlarged PluginHost::Enlarge(const Frame& in) {
   Enlarged result;
@@ -124,7 +76,7 @@ Enlarged PluginHost::Enlarge(const Frame& in) {
     default:
       throw CliError(kExitNoNetwork, "the plug-in could not enlarge frame " +
                                          std::to_string(stats_.frames + 1) + " (ProcessData returned " +
-                                         std::to_string(result.status) + "): " + NetworkTrouble());
+                                         std::to_string(result.status) + "): " + host::NetworkTrouble());
   }
   result.ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
                   .count();

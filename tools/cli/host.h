@@ -39,17 +39,6 @@ struct HostStats {
   double PercentileMs(double p) const;  // nearest rank, p in (0, 100]
 };
 
-// Where the plug-in looks for its networks, and which of them are missing.
-struct NetworkSearch {
-  std::vector<std::string> directories;
-  std::vector<std::string> missing;  // file names found in none of them
-};
-// The library looks beside the object it was loaded from (this program,
-// when linked statically), in ../share/vorlith from there, and in the
-// installed data directory. Only used to explain a failure: whether the
-// networks load is the library's business.
-NetworkSearch FindNetworks();
-
 class PluginHost {
  public:
   // Takes ownership of `plugin` and initialises it with the given network.
