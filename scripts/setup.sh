@@ -9,6 +9,10 @@ packages+=(libonnx-dev libprotobuf-dev)
 # The command-line host: FFmpeg's libraries, its parser, and ffmpeg/ffprobe for
 # its tests.
 packages+=(libavformat-dev libavcodec-dev libswscale-dev libavutil-dev libcli11-dev ffmpeg)
+# The GStreamer element, its GstHarness tests and the pipeline test (decoders,
+# videoconvert, x264enc, mp4mux).
+packages+=(libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base
+           gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-libav)
 cross=0
 for arg in "$@"; do
   case "$arg" in
