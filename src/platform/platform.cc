@@ -77,9 +77,14 @@ std::string PathForResource(const std::string& name, const std::string& type) {
        {dir / file, dir / ".." / "share" / "vorlith" / file}) {
     if (IsFile(path)) return path.lexically_normal().string();
   }
+  // A multiarch libdir (lib/x86_64-linux-gnu) is one level deeper.
+  if (dir.parent_path().filename() == "lib") {
+    const std::filesystem::path path = dir / ".." / ".." / "share" / "vorlith" / file;
+    if (IsFile(path)) return path.lexically_normal().string();
+  }
 #ifdef VORLITH_INSTALL_DATADIR
-  // Installed with a multiarch libdir (lib/x86_64-linux-gnu), ../share is not
-  // the data directory; the configured one is.
+  // Installed elsewhere than the library's tree: the configured data
+  // directory.
   const std::filesystem::path installed = std::filesystem::path(VORLITH_INSTALL_DATADIR) / file;
   if (IsFile(installed)) return installed.string();
 #endif
