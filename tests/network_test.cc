@@ -3,6 +3,8 @@
 #include "src/model/network.h"
 
 #include <gtest/gtest.h>
+#include <onnx/onnx_pb.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <cmath>
@@ -126,6 +128,17 @@ TEST(Network, UnusableFilesFailToLoadWithTheReason) {
   std::ifstream whole(Fixture("tiny_sr.onnx"), std::ios::binary);
   const std::string bytes((std::istreambuf_iterator<char>(whole)), std::istreambuf_iterator<char>());
   std::ofstream(dir + "vorlith_cut.onnx", std::ios::binary) << bytes.substr(0, bytes.size() / 2);
+  // Weights whose shape claims 2^30 values over the 288 bytes they hold:
+  // refused before anything of that size is allocated.
+  onnx::ModelProto huge;
+  ASSERT_TRUE(huge.ParseFromString(bytes));
+  for (onnx::TensorProto& t : *huge.mutable_graph()->mutable_initializer()) {
+    if (t.name() == "w1") {
+      t.clear_dims();
+      t.add_dims(int64_t{1} << 30);
+    }
+  }
+  std::ofstream(dir + "vorlith_huge.onnx", std::ios::binary) << huge.SerializeAsString();
   const struct {
     std::string path, error;
   } cases[] = {
@@ -141,7 +154,11 @@ TEST(Network, UnusableFilesFailToLoadWithTheReason) {
       {dir + "vorlith_text.onnx", dir + "vorlith_text.onnx is not an ONNX model"},
       {dir + "vorlith_empty.onnx", dir + "vorlith_empty.onnx is not an ONNX model"},
       {dir + "vorlith_cut.onnx", ""},
+      {dir + "vorlith_huge.onnx", "Conv (node 'conv1'): filter 'w1' holds 288 bytes for 1073741824 floats"},
   };
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  const long peak_kib = usage.ru_maxrss;
   for (const auto& c : cases) {
     std::string error;
     EXPECT_EQ(Network::Load(c.path, 1, &error), nullptr) << c.path;
@@ -151,7 +168,9 @@ TEST(Network, UnusableFilesFailToLoadWithTheReason) {
       EXPECT_EQ(error, c.error) << c.path;
     }
   }
-  for (const char* name : {"vorlith_text.onnx", "vorlith_empty.onnx", "vorlith_cut.onnx"}) {
+  getrusage(RUSAGE_SELF, &usage);
+  EXPECT_LT(usage.ru_maxrss - peak_kib, 256 << 10) << "KiB more at the peak: the huge claim was allocated";
+  for (const char* name : {"vorlith_text.onnx", "vorlith_empty.onnx", "vorlith_cut.onnx", "vorlith_huge.onnx"}) {
     std::remove((dir + name).c_str());
   }
 }

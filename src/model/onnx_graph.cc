@@ -88,16 +88,18 @@ bool ReadFloats(const onnx::TensorProto& t, std::vector<float>* out, std::string
       return false;
     }
   }
-  out->assign(static_cast<size_t>(count), 0.0f);
+  // The data must be in the file before anything is allocated for it: a
+  // shape alone may claim gigabytes.
   if (!t.raw_data().empty()) {
     if (t.raw_data().size() != static_cast<size_t>(count) * sizeof(float)) {
       *why = "holds " + std::to_string(t.raw_data().size()) + " bytes for " +
              std::to_string(count) + " floats";
       return false;
     }
+    out->resize(static_cast<size_t>(count));
     std::memcpy(out->data(), t.raw_data().data(), t.raw_data().size());
   } else if (t.float_data_size() == count) {
-    std::copy(t.float_data().begin(), t.float_data().end(), out->begin());
+    out->assign(t.float_data().begin(), t.float_data().end());
   } else {
     *why = "holds " + std::to_string(t.float_data_size()) + " floats for a shape of " +
            std::to_string(count);
