@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, tests and benchmarks need; with
-# --cross also the aarch64 cross compiler, arm64 libraries and qemu. Installs
+# --cross also the aarch64 cross compiler, arm64 libraries and qemu; with --fuzz
+# clang and its libFuzzer runtime. Installs
 # only what is missing, so it is cheap to run again.
 set -euo pipefail
 
@@ -13,13 +14,17 @@ packages+=(libavformat-dev libavcodec-dev libswscale-dev libavutil-dev libcli11-
 # videoconvert, x264enc, mp4mux).
 packages+=(libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base
            gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-libav)
+fuzz=0
 cross=0
 for arg in "$@"; do
   case "$arg" in
     --cross) cross=1 ;;
-    *) echo "usage: $0 [--cross]" >&2; exit 2 ;;
+    --fuzz) fuzz=1 ;;
+    *) echo "usage: $0 [--cross] [--fuzz]" >&2; exit 2 ;;
   esac
 done
+# libFuzzer and clang's sanitizer runtimes.
+[ "$fuzz" = 1 ] && packages+=(clang libclang-rt-14-dev)
 if [ "$cross" = 1 ]; then
   packages+=(g++-aarch64-linux-gnu qemu-user libc6:arm64 libstdc++6:arm64 libhwy-dev:arm64
              libgtest-dev:arm64)

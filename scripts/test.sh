@@ -2,13 +2,15 @@
 # Sets up, builds and runs every test suite:
 #   1. native (x86-64 here), every SIMD target the CPU runs;
 #   2. native again under AddressSanitizer and UndefinedBehaviorSanitizer;
-#   3. aarch64, cross-compiled and run under qemu-aarch64 (NEON, SVE, scalar).
-# Usage: scripts/test.sh [native|sanitize|aarch64]...   (default: all three)
+#   3. aarch64, cross-compiled and run under qemu-aarch64 (NEON, SVE, scalar);
+#   4. each libFuzzer target for a few seconds (scripts/fuzz.sh), so that a
+#      regression on the fuzzers' corpus surfaces.
+# Usage: scripts/test.sh [native|sanitize|aarch64|fuzz]...   (default: all four)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 suites=("$@")
-[ "${#suites[@]}" -eq 0 ] && suites=(native sanitize aarch64)
+[ "${#suites[@]}" -eq 0 ] && suites=(native sanitize aarch64 fuzz)
 jobs=$(nproc)
 
 need_cross=""
@@ -32,6 +34,7 @@ for s in "${suites[@]}"; do
     aarch64)
       run_suite aarch64 -DCMAKE_BUILD_TYPE=Release \
         -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/aarch64-linux-gnu.cmake" -DVORLITH_BUILD_TOOLS=OFF ;;
+    fuzz) scripts/fuzz.sh 20 ;;
     *) echo "unknown suite: $s" >&2; exit 2 ;;
   esac
 done

@@ -602,9 +602,13 @@ bool ImportOnnx(const std::string& path, Graph* graph, std::string* error) {
     *error = "cannot read " + path;
     return false;
   }
+  return ImportOnnxBytes(bytes, path, graph, error);
+}
+
+bool ImportOnnxBytes(const std::string& bytes, const std::string& name, Graph* graph, std::string* error) {
   onnx::ModelProto model;
   if (bytes.empty() || !model.ParseFromString(bytes) || !model.has_graph()) {
-    *error = path + " is not an ONNX model";
+    *error = name + " is not an ONNX model";
     return false;
   }
   *graph = Graph();

@@ -75,6 +75,8 @@ struct Graph {
 
 // Reads `path` into *graph. On failure returns false and a one-line reason.
 bool ImportOnnx(const std::string& path, Graph* graph, std::string* error);
+// The same for a file's contents; `name` stands for the file in messages.
+bool ImportOnnxBytes(const std::string& bytes, const std::string& name, Graph* graph, std::string* error);
 
 }  // namespace vorlith::model
 
