@@ -239,9 +239,12 @@ TEST_F(PluginEndToEnd, TenThousandFramesOfChangingSizesKeepMemoryFlat) {
     ASSERT_EQ(RunFrame(w, h, nullptr), SR_OK) << i;
     if (i == 999) peak_kib = PeakKib();
   }
-#ifndef __SANITIZE_ADDRESS__  // its quarantine holds freed memory; LeakSanitizer checks instead
-  EXPECT_LT(PeakKib() - peak_kib, 16 << 10) << "KiB more at the peak after 9,000 more frames";
+#ifdef __SANITIZE_ADDRESS__
+  constexpr long kSlackKib = 320 << 10;  // its quarantine keeps 256 MiB of freed memory
+#else
+  constexpr long kSlackKib = 16 << 10;
 #endif
+  EXPECT_LT(PeakKib() - peak_kib, kSlackKib) << "KiB more at the peak after 9,000 more frames";
 }
 
 TEST_F(PluginEndToEnd, SizeLimitsAndFormat) {
