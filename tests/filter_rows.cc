@@ -271,45 +271,28 @@ Row BilateralDriver() {
   return row;
 }
 
-// One vector step: its 8 bytes, and exactly the weight-row entries it is
-// documented to write (rows 0-6 as columns -1..8 after the bytes). Modes 1
-// and 2 find the row above's weights where the previous row left them.
+// One vector step, every mode; modes 1 and 2 find the row above's weights
+// where the previous row's step left them (its downward triple).
 Row BilateralStep() {
   Row row{"HBL_RESULT_NEON", {"mode", "image"}, {}, nullptr, nullptr};
   for (int m = 0; m < 3; ++m) {
     for (int k = 0; k < 5; ++k) row.sizes.push_back({m, k});
   }
   row.make = [](const Params& p, Case& c) {
-    const int mode = p[0];
-    const uint8_t* plane = Image(c, 3, 10, p[1]);  // up, centre, down; columns -1..8
-    auto pix = [&](int r, int x) { return int{plane[r * 10 + x + 1]}; };
-    auto weight = [&](int r, int x, int cx) { return oracle::RangeWeight(std::abs(pix(r, x) - pix(1, cx))); };
-    c.Out<uint8_t>(8 + 7 * 10 * sizeof(float), 8);
-    auto want_w = [&](int k, int x, float v) { c.Want<float>(2 + k * 10 + x + 1, v); };
-    for (int x = 0; x < 8; ++x) c.Want(x, oracle::BilateralPixel(plane, 3, 10, 1, x + 1, true));
-    const int up = mode == 2 ? 0 : 4, down = mode == 1 ? 0 : 4;  // triples read and written
-    std::vector<std::pair<int, float>> preset;  // (float index, value) the run stores first
-    for (int x = 0; x <= 8; ++x) want_w(3, x, oracle::RangeWeight(std::abs(pix(1, x - 1) - pix(1, x))));
-    for (int k = 0; k < 3; ++k) {
-      for (int x = 0; x < 8; ++x) {
-        want_w(down + k, x, weight(2, x - 1 + k, x));
-        if (mode == 0) want_w(k, x, weight(0, x - 1 + k, x));
-      }
-      // The previous row's downward weights, k = 0 (down-left) to 2 (down-
-      // right), are read as up-right at x - 1, up at x, up-left at x + 1.
-      for (int x = 1 - k; mode != 0 && x <= 8 - k; ++x) {
-        const float v = oracle::RangeWeight(std::abs(pix(0, x) - pix(1, x - 1 + k)));
-        preset.push_back({2 + (up + k) * 10 + x + 1, v});
-        want_w(up + k, x, v);
+    uint8_t* plane = Image(c, 3, 10, p[1]);  // up, centre, down; columns -1..8
+    float* rows = c.In<float>(70);
+    for (int k = 0, up = p[0] == 2 ? 0 : 4; k < 3; ++k) {
+      // Down-left (k = 0) to down-right of the row above, seen from the centre row.
+      for (int x = 1 - k; x <= 8 - k; ++x) {
+        rows[(up + k) * 10 + x + 1] = oracle::RangeWeight(std::abs(plane[x + 1] - plane[10 + x + k]));
       }
     }
+    c.Out<uint8_t>(8, 8);
+    for (int x = 0; x < 8; ++x) c.Want(x, oracle::BilateralPixel(plane, 3, 10, 1, x + 1, true));
     _StLanczos1p5x* ctx = c.Context();
     c.run = [=](void* out) {
-      float* rows = static_cast<float*>(out) + 2;
-      for (auto [i, v] : preset) static_cast<float*>(out)[i] = v;
       for (int k = 0; k < 7; ++k) ctx->hblBuf[k] = reinterpret_cast<unsigned char*>(rows + k * 10 + 1);
-      HBL_RESULT_NEON(ctx, const_cast<uint8_t*>(plane) + 1, const_cast<uint8_t*>(plane) + 11,
-                      const_cast<uint8_t*>(plane) + 21, static_cast<uint8_t*>(out), mode);
+      HBL_RESULT_NEON(ctx, plane + 1, plane + 11, plane + 21, static_cast<uint8_t*>(out), p[0]);
       std::fill(ctx->hblBuf, ctx->hblBuf + 7, nullptr);
     };
   };
