@@ -29,7 +29,63 @@ namespace hn = hwy::HWY_NAMESPACE;
 HWY_INLINE float* const* UpSource(float* const* rows, int mode) { return mode == 2 ? rows : rows + 4; }
 HWY_INLINE float* const* DownTarget(float* const* rows, int mode) { return mode == 1 ? rows : rows + 4; }
 
-// Vector columns [x, end) of a row; every column there has both neighbours.
+// BLBuffer[d] per lane, d in 0..255.
+template <class DF, class = void>
+struct RangeTable {
+  explicit RangeTable(DF) {}
+  template <class VI>
+  HWY_INLINE hn::Vec<DF> operator()(DF df, VI d) const {
+    return hn::GatherIndex(df, BLBuffer, d);
+  }
+};
+
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+// On 512-bit vectors the first 128 entries fit in eight registers and four
+// two-table permutes replace a gather, several times dearer; entries 106 and
+// on are all 0, so differences above 127 read entry 127.
+template <>
+struct RangeTable<hn::Simd<float, 16, 0>> {
+  __m512 t[8];
+  explicit RangeTable(hn::Simd<float, 16, 0>) {
+    for (int i = 0; i < 8; ++i) t[i] = _mm512_loadu_ps(BLBuffer + 16 * i);
+  }
+  HWY_INLINE hn::Vec512<float> operator()(hn::Simd<float, 16, 0>, hn::Vec512<int32_t> d) const {
+    const __m512i i = _mm512_min_epi32(d.raw, _mm512_set1_epi32(127));
+    const __mmask16 b5 = _mm512_test_epi32_mask(i, _mm512_set1_epi32(32));
+    const __mmask16 b6 = _mm512_test_epi32_mask(i, _mm512_set1_epi32(64));
+    const __m512 lo = _mm512_mask_blend_ps(b5, _mm512_permutex2var_ps(t[0], i, t[1]),
+                                           _mm512_permutex2var_ps(t[2], i, t[3]));
+    const __m512 hi = _mm512_mask_blend_ps(b5, _mm512_permutex2var_ps(t[4], i, t[5]),
+                                           _mm512_permutex2var_ps(t[6], i, t[7]));
+    return hn::Vec512<float>{_mm512_mask_blend_ps(b6, lo, hi)};
+  }
+};
+#endif
+
+// Row 3 at [x, end): the weight between centre pixels x-1 and x. Filled for
+// the whole row before the vector columns, which read each entry twice (as
+// one pixel's right weight and the next one's left).
+template <class DF>
+HWY_INLINE size_t Horizontal(DF df, const uint8_t* c, float* row3, size_t x, size_t end) {
+  const hn::Rebind<int32_t, DF> di;
+  const hn::Rebind<uint8_t, DF> d8;
+  auto load = [&](const uint8_t* p) {
+    return hn::BitCast(di, hn::PromoteTo(hn::RebindToUnsigned<decltype(di)>(), hn::LoadU(d8, p)));
+  };
+  const RangeTable<DF> table(df);
+  for (const size_t step = hn::Lanes(df); x + step <= end; x += step) {
+    hn::StoreU(table(df, hn::Abs(hn::Sub(load(c + x - 1), load(c + x)))), df, row3 + x);
+  }
+  return x;
+}
+
+void HorizontalWeights(const uint8_t* c, float* row3, size_t x, size_t end) {
+  x = Horizontal(hn::ScalableTag<float>(), c, row3, x, end);
+  x = Horizontal(hn::CappedTag<float, 1>(), c, row3, x, end);
+}
+
+// Vector columns [x, end) of a row; every column there has both neighbours,
+// and row 3 is filled from x to end.
 template <class DF>
 HWY_INLINE size_t Body(DF df, const uint8_t* u, const uint8_t* c, const uint8_t* dn, uint8_t* dst,
                        float* const* rows, int mode, size_t x, size_t end) {
@@ -40,6 +96,7 @@ HWY_INLINE size_t Body(DF df, const uint8_t* u, const uint8_t* c, const uint8_t*
   };
   float* const* up_src = UpSource(rows, mode);
   float* const* down = DownTarget(rows, mode);
+  const RangeTable<DF> table(df);
   for (const size_t step = hn::Lanes(df); x + step <= end; x += step) {
     // Neighbours and weights in summing order: up-left, up, up-right, left,
     // right, down-left, down, down-right (no arrays: SVE vectors are sizeless).
@@ -48,7 +105,7 @@ HWY_INLINE size_t Body(DF df, const uint8_t* u, const uint8_t* c, const uint8_t*
     const auto n3 = load(c + x - 1), n4 = load(c + x + 1);
     const auto n5 = load(dn + x - 1), n6 = load(dn + x), n7 = load(dn + x + 1);
     auto weight = [&](hn::Vec<decltype(di)> v) {
-      return hn::GatherIndex(df, BLBuffer, hn::Abs(hn::Sub(v, q)));
+      return table(df, hn::Abs(hn::Sub(v, q)));
     };
     hn::Vec<DF> w0, w1, w2;
     if (mode == 0) {
@@ -61,9 +118,7 @@ HWY_INLINE size_t Body(DF df, const uint8_t* u, const uint8_t* c, const uint8_t*
       w1 = hn::LoadU(df, up_src[1] + x);
       w2 = hn::LoadU(df, up_src[0] + x + 1);
     }
-    const auto w3 = weight(n3), w4 = weight(n4);
-    hn::StoreU(w3, df, rows[3] + x);
-    hn::StoreU(w4, df, rows[3] + x + 1);
+    const auto w3 = hn::LoadU(df, rows[3] + x), w4 = hn::LoadU(df, rows[3] + x + 1);
     const auto w5 = weight(n5), w6 = weight(n6), w7 = weight(n7);
     hn::StoreU(w5, df, down[0] + x);
     hn::StoreU(w6, df, down[1] + x);
@@ -99,11 +154,8 @@ void Column(const uint8_t* u, const uint8_t* c, const uint8_t* dn, uint8_t* dst,
     w[0] = x ? s[2][x - 1] : w[1];
     w[2] = x + 1 < n ? s[0][x + 1] : w[1];
   }
-  // The left weight is the right weight the column before saved.
   w[3] = x ? rows[3][x] : 1.0f;
-  if (x == 0) rows[3][0] = 1.0f;
-  w[4] = weight(v[4]);
-  if (x + 1 < n) rows[3][x + 1] = w[4];
+  w[4] = x + 1 < n ? rows[3][x + 1] : 1.0f;
   float* const* down = DownTarget(rows, mode);
   for (int k = 0; k < 3; ++k) down[k][x] = w[5 + k] = weight(v[5 + k]);
   double sum = 1.0;
@@ -119,6 +171,8 @@ void Row(float* const* rows, const uint8_t* u, const uint8_t* c, const uint8_t* 
          int width, int mode) {
   if (width < 2) return;
   const size_t n = static_cast<size_t>(width), end = 1 + (n - 2) / 8 * 8;
+  rows[3][0] = 1.0f;
+  HorizontalWeights(c, rows[3], 1, n);
   Column(u, c, dn, dst, rows, mode, 0, n);
   size_t x = Body(hn::ScalableTag<float>(), u, c, dn, dst, rows, mode, 1, end);
   x = Body(hn::CappedTag<float, 8>(), u, c, dn, dst, rows, mode, x, end);
@@ -127,6 +181,7 @@ void Row(float* const* rows, const uint8_t* u, const uint8_t* c, const uint8_t* 
 
 void Step(float* const* rows, const uint8_t* u, const uint8_t* c, const uint8_t* dn, uint8_t* dst,
           int mode) {
+  HorizontalWeights(c, rows[3], 0, 9);
   const size_t x = Body(hn::ScalableTag<float>(), u, c, dn, dst, rows, mode, 0, 8);
   Body(hn::CappedTag<float, 8>(), u, c, dn, dst, rows, mode, x, 8);
 }
