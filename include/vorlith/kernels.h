@@ -3,6 +3,7 @@
 #define VORLITH_KERNELS_H_
 
 #include "vorlith/convert.h"
+#include "vorlith/filter.h"
 #include "vorlith/kernel_context.h"
 #include "vorlith/lanes.h"
 #include "vorlith/resize.h"

@@ -38,6 +38,41 @@ HWY_INLINE hn::Vec<DI> Low16SignedToU8Range(DI di, hn::Vec<DI> v) {
   return hn::IfThenZeroElse(hn::Gt(low, hn::Set(di, 32767)), clamped);
 }
 
+
+// FRECPE on float lanes. NEON and SVE have the instruction; elsewhere this is
+// its definition (see RecipEstimate in arm_numerics.h) for normal inputs whose
+// reciprocal is normal, 2^-126 <= |x| < 2^125, the range the kernels use. The
+// integer division of RecipEstimate, floor(2^19 / (2a + 1)) for odd 2a + 1 in
+// 513..1023, is never within 1/1023 of an integer, so a float quotient good
+// to 2^-21 truncates to it; the tests check all 256 values of a per target.
+template <class DF>
+HWY_INLINE hn::Vec<DF> RecipEstimate(DF df, hn::Vec<DF> x) {
+#if HWY_TARGET == HWY_NEON || HWY_TARGET == HWY_SVE || HWY_TARGET == HWY_SVE2 || \
+    HWY_TARGET == HWY_SVE_256 || HWY_TARGET == HWY_SVE2_128
+  (void)df;
+  return hn::ApproximateReciprocal(x);
+#else
+  const hn::RebindToUnsigned<DF> du;
+  const hn::RebindToSigned<DF> di;
+  const auto bits = hn::BitCast(du, x);
+  const auto exp = hn::And(hn::ShiftRight<23>(bits), hn::Set(du, 0xFFu));
+  const auto a = hn::Or(hn::And(hn::ShiftRight<15>(bits), hn::Set(du, 0xFFu)), hn::Set(du, 256u));
+  const auto odd = hn::Add(hn::Add(a, a), hn::Set(du, 1u));
+  // 2^19 / odd by the target's reciprocal estimate and one Newton step: its
+  // error (below 2^-21 relative) stays under the distance to the next integer.
+  const auto m = hn::ConvertTo(df, hn::BitCast(di, odd));
+  auto inv = hn::ApproximateReciprocal(m);
+  inv = hn::Mul(inv, hn::Sub(hn::Set(df, 2.0f), hn::Mul(m, inv)));
+  const auto q = hn::Mul(hn::Set(df, 524288.0f), inv);
+  const auto b = hn::BitCast(du, hn::ConvertTo(di, q));
+  const auto r = hn::ShiftRight<1>(hn::Add(b, hn::Set(du, 1u)));
+  const auto result = hn::Or(hn::And(bits, hn::Set(du, 0x80000000u)),
+                             hn::Or(hn::ShiftLeft<23>(hn::Sub(hn::Set(du, 253u), exp)),
+                                    hn::ShiftLeft<15>(hn::And(r, hn::Set(du, 0xFFu)))));
+  return hn::BitCast(df, result);
+#endif
+}
+
 }  // namespace HWY_NAMESPACE
 }  // namespace vorlith
 HWY_AFTER_NAMESPACE();

@@ -80,6 +80,25 @@ int64_t ResampleAcc(Resampler r, const uint8_t* plane, int stride, int step, int
 // double-precision remainder rule.
 uint8_t ResampleRound(int32_t acc, bool block);
 
+
+// ---- Filters ----
+// 3x3 box sum at (y, x) of a plane, edges replicated; guide sums wrap to int16.
+int BoxSum(const uint8_t* plane, int height, int width, int y, int x);
+int16_t BoxSum(const int16_t* plane, int height, int width, int y, int x);
+// The two tables from their formulas: -(i/1000)^0.6 and exp(-d^2/800) (0 from 106).
+float PowerEntry(int i);
+float RangeWeight(int d);
+// The two float to byte rules: + 0.5, truncation, low 16 bits as signed,
+// clamped (`vector` columns); or truncation clamped to 0..255.
+uint8_t FilterByte(float v, bool vector);
+// Guided box filter output for source byte p with box sums s and g.
+uint8_t GuidedPixel(float a, float b, int p, int s, int16_t g, bool vector);
+int16_t LaplacePixel(const uint8_t* plane, int height, int width, int y, int x);
+// Bilateral output at (y, x); the plane's rows past `height` are not read.
+uint8_t BilateralPixel(const uint8_t* plane, int height, int width, int y, int x, bool vector);
+float DetailPixel(int p, int s);
+uint8_t SharpenPixel(float detail, float gain, int p, bool vector);
+
 }  // namespace vorlith::oracle
 
 #endif  // VORLITH_TESTS_ORACLE_ORACLE_H_
