@@ -21,6 +21,7 @@ using vorlith::check::Row;
 std::vector<Row> AllRows() {
   std::vector<Row> rows = vorlith::check::ResampleRows();
   for (Row& r : vorlith::check::PlaneRows()) rows.push_back(std::move(r));
+  for (Row& r : vorlith::check::ConvertRows()) rows.push_back(std::move(r));
   return rows;
 }
 

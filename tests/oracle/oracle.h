@@ -80,6 +80,24 @@ int64_t ResampleAcc(Resampler r, const uint8_t* plane, int stride, int step, int
 // double-precision remainder rule.
 uint8_t ResampleRound(int32_t acc, bool block);
 
+// ---- Colour conversions ----
+// RGB to limited-range Y, Cb, Cr (Q16, truncating).
+uint8_t Luma601(int r, int g, int b);
+uint8_t Cb601(int r, int g, int b);
+uint8_t Cr601(int r, int g, int b);
+// The same sums without their offsets, floor-divided by 2^16 (the vector
+// steps' high halves).
+int ChromaSum601(bool v, int r, int g, int b);
+// Y, Cb, Cr to R, G, B: Q16 without rounding, or Q20 with the rounding half
+// and Y below 16 counted as 16; clamped to 0..255.
+void Rgb601Q16(int y, int u, int v, uint8_t* rgb);
+void Rgb601Q20(int y, int u, int v, uint8_t* rgb);
+// Luma-ratio split: luma level, and difference c (0 R, 1 G, 2 B) in Q20.
+int SplitLuma(int r, int g, int b);
+int32_t SplitDiff(int c, int r, int g, int b);
+// Luma-ratio merge of one channel: integer add (`body`) or float add.
+uint8_t MergeChannel(float luma, int32_t diff, bool body);
+
 }  // namespace vorlith::oracle
 
 #endif  // VORLITH_TESTS_ORACLE_ORACLE_H_

@@ -97,6 +97,7 @@ inline void PrintTo(const Row& row, std::ostream* os) { *os << row.name; }
 // The rows of each kernel family.
 std::vector<Row> ResampleRows();
 std::vector<Row> PlaneRows();
+std::vector<Row> ConvertRows();
 
 }  // namespace vorlith::check
 

@@ -1,0 +1,456 @@
+// Conformance rows of the colour and layout conversions and their vector
+// steps. Colours are random bytes or (colours=1) the values where the
+// arithmetic is at its edges: black, white, greys, saturated primaries,
+// luma outside 16..235 and chroma at its extremes.
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "tests/oracle/oracle.h"
+#include "tests/support/conformance.h"
+#include "vorlith/kernels.h"
+
+namespace vorlith::check {
+namespace {
+
+// `count` bytes; with `special` each group of `group` bytes (a pixel, or one
+// plane sample) comes from the edge values.
+uint8_t* Samples(Case& c, size_t count, bool special, int group) {
+  uint8_t* p = c.RandomBytes(count);
+  if (!special) return p;
+  static const uint8_t kRgba[][4] = {{0, 0, 0, 255},     {255, 255, 255, 0}, {128, 128, 128, 7},
+                                     {255, 0, 0, 255},   {0, 255, 0, 1},     {0, 0, 255, 128},
+                                     {255, 255, 0, 255}, {0, 255, 255, 0},   {255, 0, 255, 9}};
+  static const uint8_t kPlane[] = {0, 1, 15, 16, 17, 127, 128, 129, 235, 236, 240, 254, 255};
+  for (size_t i = 0; i + group <= count; i += group) {
+    if (group == 4) {
+      const uint8_t* k = kRgba[c.rng() % std::size(kRgba)];
+      const uint8_t grey = static_cast<uint8_t>(c.rng());
+      for (int j = 0; j < 4; ++j) p[i + j] = c.rng() % 4 ? k[j] : (j < 3 ? grey : k[j]);
+    } else {
+      p[i] = kPlane[c.rng() % std::size(kPlane)];
+    }
+  }
+  return p;
+}
+
+// Widths around the 16-pixel step and every tail length, odd ones included.
+std::vector<int> Widths() {
+  std::vector<int> w;
+  for (int i = 1; i <= 35; ++i) w.push_back(i);
+  for (int i : {46, 47, 48, 49, 63, 64, 65, 96, 130}) w.push_back(i);
+  return w;
+}
+
+Params Draw(std::mt19937& rng, int max_h, int max_w) {
+  return Params{Uniform(rng, 1, max_h), Uniform(rng, 1, max_w), Uniform(rng, 0, 1)};
+}
+
+// ---- RGBA and I420 with alpha ----
+// Odd widths skip their last column and each row pair starts one pixel
+// earlier than a packed layout would put it.
+size_t PairStart(int w, int pair) { return size_t(pair) * (2 * w - (w & 1)); }
+
+Row RgbaToI420a() {
+  Row row{"RGBA2I420A_NEON", {"h", "w", "colours"}, {{0, 16, 0}, {1, 16, 1}, {5, 18, 1}}, nullptr,
+          nullptr};
+  for (int w : Widths()) row.sizes.push_back({2 + w % 2, w, w % 3 == 0});
+  row.draw = [](std::mt19937& rng) { return Draw(rng, 9, 140); };
+  row.make = [](const Params& p, Case& c) {
+    const int h = p[0], w = p[1], P = w * h;
+    uint8_t* rgba = Samples(c, 4 * size_t(P), p[2], 4);
+    c.Out<uint8_t>(size_t(P) * 5 / 2, w);
+    for (int pair = 0; pair < h / 2; ++pair) {
+      for (int r = 0; r < 2; ++r) {
+        for (int x = 0; x < w - w % 2; ++x) {
+          const size_t at = PairStart(w, pair) + size_t(r) * w + x;
+          const uint8_t* s = rgba + 4 * at;
+          c.Want(at, oracle::Luma601(s[0], s[1], s[2]));
+          c.Want(P * 3 / 2 + at, s[3]);
+          if (r == 0 && x % 2 == 0) {
+            c.Want(P + pair * (w / 2) + x / 2, oracle::Cb601(s[0], s[1], s[2]));
+            c.Want(P * 5 / 4 + pair * (w / 2) + x / 2, oracle::Cr601(s[0], s[1], s[2]));
+          }
+        }
+      }
+    }
+    _StLanczos1p5x* ctx = c.Context();
+    c.run = [=](void* out) { RGBA2I420A_NEON(ctx, rgba, static_cast<uint8_t*>(out), h, w); };
+  };
+  return row;
+}
+
+Row I420aToRgba() {
+  Row row{"I420A2RGBA_NEON", {"h", "w", "colours"}, {{0, 16, 0}, {1, 16, 1}, {5, 18, 1}}, nullptr,
+          nullptr};
+  for (int w : Widths()) row.sizes.push_back({2 + w % 2, w, w % 3 == 0});
+  row.draw = [](std::mt19937& rng) { return Draw(rng, 9, 140); };
+  row.make = [](const Params& p, Case& c) {
+    const int h = p[0], w = p[1];
+    const size_t P = size_t(w) * h, C = size_t(w / 2) * (h / 2);
+    uint8_t *y = Samples(c, P, p[2], 1), *u = Samples(c, C, p[2], 1),
+            *v = Samples(c, C, p[2], 1), *a = c.RandomBytes(P);
+    c.Out<uint8_t>(4 * P, 4 * w);
+    for (int pair = 0; pair < h / 2; ++pair) {
+      for (int r = 0; r < 2; ++r) {
+        for (int x = 0; x < w - w % 2; ++x) {
+          const size_t at = PairStart(w, pair) + size_t(r) * w + x, k = pair * (w / 2) + x / 2;
+          uint8_t rgb[3];
+          oracle::Rgb601Q16(y[at], u[k], v[k], rgb);
+          for (int ch = 0; ch < 3; ++ch) c.Want(4 * at + ch, rgb[ch]);
+          c.Want(4 * at + 3, a[at]);
+        }
+      }
+    }
+    _StLanczos1p5x* ctx = c.Context();
+    c.run = [=](void* out) { I420A2RGBA_NEON(ctx, y, u, v, a, static_cast<uint8_t*>(out), h, w); };
+  };
+  return row;
+}
+
+// ---- Luma-ratio split and merge ----
+
+Row Split() {
+  Row row{"RGBA2RGBA_Y_RGBR_NEON", {"h", "w", "colours"}, {{0, 8, 0}, {3, 0, 0}}, nullptr, nullptr};
+  for (int w : Widths()) row.sizes.push_back({1 + w % 3, w, w % 2});
+  row.draw = [](std::mt19937& rng) { return Draw(rng, 6, 70); };
+  row.make = [](const Params& p, Case& c) {
+    const int h = p[0], w = p[1];
+    const size_t n = size_t(w) * h;
+    uint8_t* rgba = Samples(c, 4 * n, p[2], 4);
+    // One output block: luma floats, then the three difference planes, then alpha.
+    c.Out<int32_t>(14 * n, w);
+    for (int y = 0; y < h; ++y) {
+      for (int x = 0; x < w; ++x) {
+        const uint8_t* s = rgba + 4 * (size_t(y) * w + x);
+        c.Want(size_t(y) * w + x, static_cast<float>(oracle::SplitLuma(s[0], s[1], s[2])));
+        for (int k = 0; k < 4; ++k) {
+          const size_t at = size_t(2 * y + k / 2) * 2 * w + 2 * x + k % 2;
+          for (int ch = 0; ch < 3; ++ch) {
+            c.Want(n + ch * 4 * n + at, oracle::SplitDiff(ch, s[0], s[1], s[2]));
+          }
+          c.Want(13 * 4 * n + at, s[3]);
+        }
+      }
+    }
+    _StLanczos1p5x* ctx = c.Context();
+    c.run = [=](void* out) {
+      int* o = static_cast<int*>(out);
+      RGBA2RGBA_Y_RGBR_NEON(ctx, rgba, reinterpret_cast<float*>(o), o + n,
+                            reinterpret_cast<uint8_t*>(o + 13 * n), h, w);
+    };
+  };
+  return row;
+}
+
+// Sums of luma and difference within a few units of a level boundary, where
+// the integer and the float add part (mode 0), or anything at all: huge,
+// negative and non-finite luma, any difference (mode 1).
+Row Merge() {
+  Row row{"RGBA2RGBA_F_NEON", {"h", "w", "wild"}, {{0, 8, 0}, {2, 0, 0}}, nullptr, nullptr};
+  for (int w : Widths()) row.sizes.push_back({1 + w % 3, w, w % 4 == 3});
+  row.draw = [](std::mt19937& rng) { return Draw(rng, 6, 70); };
+  row.make = [](const Params& p, Case& c) {
+    const int h = p[0], w = p[1];
+    const size_t n = size_t(w) * h;
+    float* luma = c.In<float>(n);
+    int32_t* diff = c.In<int32_t>(3 * n);
+    uint8_t* alpha = c.RandomBytes(n);
+    static const float kWild[] = {std::numeric_limits<float>::quiet_NaN(), INFINITY, -INFINITY,
+                                  3.0e9f, -3.0e9f, 2147483520.0f, -1.0f, 0.0f, 268435455.0f};
+    for (size_t i = 0; i < n; ++i) {
+      if (p[2]) {
+        luma[i] = c.rng() % 3 ? kWild[c.rng() % std::size(kWild)]
+                              : std::uniform_real_distribution<float>(-4e8f, 4e8f)(c.rng);
+        for (int ch = 0; ch < 3; ++ch) diff[ch * n + i] = static_cast<int32_t>(c.rng());
+        continue;
+      }
+      luma[i] = static_cast<float>(Uniform(c.rng, 0, 255) * 1220544 + Uniform(c.rng, -99999, 99999));
+      for (int ch = 0; ch < 3; ++ch) {
+        const int64_t target = int64_t(Uniform(c.rng, -2, 258)) * (1 << 20) + Uniform(c.rng, -40, 40);
+        diff[ch * n + i] = static_cast<int32_t>(target - static_cast<int64_t>(luma[i]));
+      }
+    }
+    c.Out<uint8_t>(4 * n, 4 * w);
+    for (int y = 0; y < h; ++y) {
+      for (int x = 0; x < w; ++x) {
+        const size_t i = size_t(y) * w + x;
+        for (int ch = 0; ch < 3; ++ch) {
+          c.Want(4 * i + ch, oracle::MergeChannel(luma[i], diff[ch * n + i], x < w / 8 * 8));
+        }
+        c.Want(4 * i + 3, alpha[i]);
+      }
+    }
+    c.run = [=](void* out) { RGBA2RGBA_F_NEON(static_cast<uint8_t*>(out), luma, diff, alpha, h, w); };
+  };
+  return row;
+}
+
+// ---- YUV copy, crop, YUV to RGB, RGB to RGBA ----
+
+Row Yuvcpy() {
+  Row row{"yuvcpy", {"h", "w", "right", "below", "interleaved"}, {}, nullptr, nullptr};
+  for (int w : Widths()) row.sizes.push_back({2 + w % 3, w, w % 7 - 1, (w / 7) % 7 - 1, w % 2});
+  // Heights below 2 write nothing, not even the bottom edge.
+  row.sizes.insert(row.sizes.end(), {{1, 16, 2, 3, 0}, {0, 8, 1, 1, 1}, {4, 0, 2, 2, 0},
+                                     {6, 20, 3, 3, 1}, {5, 17, 5, 5, 0}});
+  row.draw = [](std::mt19937& rng) {
+    return Params{Uniform(rng, 2, 9), Uniform(rng, 1, 80), Uniform(rng, -1, 5), Uniform(rng, -1, 5),
+                  Uniform(rng, 0, 1)};
+  };
+  row.make = [](const Params& p, Case& c) {
+    const int h = p[0], w = p[1], pairs = h / 2, cols = w + w % 2;
+    const bool nv12 = p[4], empty = pairs == 0 || w < 1;
+    const int ys = cols + 3, cw = cols / 2, ch = (h + 1) / 2, cs = (nv12 ? 2 * cw : cw) + 2;
+    uint8_t* luma = c.RandomBytes(empty ? 0 : size_t(h - 1) * ys + cols);
+    const size_t last_chroma = empty ? 0 : size_t(pairs - 1) * cs;
+    uint8_t* uv = c.RandomBytes(empty ? 0 : nv12 ? last_chroma + 2 * cw : size_t(ch) * cw + last_chroma + cw);
+    const int pad = std::clamp(p[2], 0, 3), below = std::clamp(p[3], 0, 3);
+    const int ds = 4 * std::max(w + p[2], cols + pad) + 8;
+    const size_t rows = empty ? 0 : 2 * pairs + below;
+    c.Out<uint8_t>(empty ? 0 : below ? rows * ds : (rows - 1) * ds + 4 * (cols + pad), ds);
+    for (int y = 0; y < 2 * pairs && !empty; ++y) {
+      for (int x = 0; x < cols + pad; ++x) {
+        const int xs = std::min(x, cols - 1), k = xs / 2;
+        const uint8_t* crow = uv + size_t(y / 2) * cs;
+        const uint8_t px[4] = {nv12 ? crow[2 * k + 1] : crow[size_t(ch) * cw + k],
+                               nv12 ? crow[2 * k] : crow[k], luma[size_t(y) * ys + xs], 255};
+        for (int b = 0; b < 4; ++b) c.Want(size_t(y) * ds + 4 * x + b, px[b]);
+      }
+    }
+    for (int i = 1; i <= below && !empty; ++i) {
+      std::copy_n(&c.want[size_t(2 * pairs - 1) * ds], ds, &c.want[size_t(2 * pairs - 1 + i) * ds]);
+    }
+    c.run = [=](void* out) {
+      yuvcpy(luma, w, h, ys, uv, cw, ch, cs, static_cast<uint8_t*>(out), w + p[2], h + p[3], ds, nv12);
+    };
+  };
+  return row;
+}
+
+Row Crop() {
+  Row row{"BGRACrop", {"h", "w", "src_pad", "dst_pad"}, {{0, 4, 0, 0}, {3, 0, 0, 0}}, nullptr,
+          nullptr, false};
+  for (int w : Widths()) row.sizes.push_back({1 + w % 3, w, w % 5, w % 3});
+  row.draw = [](std::mt19937& rng) {
+    return Params{Uniform(rng, 1, 6), Uniform(rng, 1, 90), Uniform(rng, 0, 9), Uniform(rng, 0, 9)};
+  };
+  row.make = [](const Params& p, Case& c) {
+    const int h = p[0], w = p[1], ss = 4 * w + p[2], ds = 4 * w + p[3];
+    const bool empty = h < 1 || w < 1;
+    uint8_t* src = c.RandomBytes(empty ? 0 : size_t(h - 1) * ss + 4 * w);
+    c.Out<uint8_t>(empty ? 0 : size_t(h - 1) * ds + 4 * w, ds);
+    for (int y = 0; y < h && !empty; ++y) {
+      for (int i = 0; i < 4 * w; ++i) c.Want(size_t(y) * ds + i, src[size_t(y) * ss + i]);
+    }
+    c.run = [=](void* out) { BGRACrop(src, static_cast<uint8_t*>(out), 7, 9, ss, w, h, ds); };
+  };
+  return row;
+}
+
+// Luma rows read at the packed addressing whatever the stride: row 2p+1
+// `w` bytes after row 2p, pair p at p*(w + y_stride). An odd height's last
+// pair reads and writes one row past the image.
+Row YuvToRgb(bool nv12) {
+  Row row{nv12 ? "CvtColorNV12ToRGBInterleaved" : "CvtColorI420ToRGBInterleaved",
+          {"h", "w", "colours", "y_pad", "uv_pad"}, {{0, 8, 0, 0, 0}, {3, 0, 0, 0, 0}}, nullptr, nullptr};
+  for (int w : Widths()) row.sizes.push_back({1 + w % 4, w, w % 3 == 1, 0, w % 3});
+  row.sizes.insert(row.sizes.end(), {{6, 20, 0, 7, 0}, {5, 33, 1, 3, 4}});
+  row.draw = [](std::mt19937& rng) {
+    Params q = Draw(rng, 9, 90);
+    q.insert(q.end(), {Uniform(rng, 0, 1) * Uniform(rng, 0, 9), Uniform(rng, 0, 5)});
+    return q;
+  };
+  row.make = [nv12](const Params& p, Case& c) {
+    const int h = p[0], w = p[1], pairs = (h + 1) / 2, ys = w + p[3];
+    const int cw = (w + 1) / 2, cs = (nv12 ? 2 * cw : cw) + p[4], v_at = h * w / 4;
+    const bool empty = h < 1 || w < 1;
+    uint8_t* luma = Samples(c, empty ? 0 : size_t(pairs - 1) * (w + ys) + 2 * w, p[2], 1);
+    const size_t last = empty ? 0 : size_t(pairs - 1) * cs + (nv12 ? 2 * cw : cw);
+    uint8_t* uv = Samples(c, empty ? 0 : nv12 ? last : std::max(last, v_at + last), p[2], 1);
+    c.Out<uint8_t>(empty ? 0 : size_t(pairs) * 6 * w, 3 * w);
+    for (int y = 0; y < 2 * pairs && !empty; ++y) {
+      for (int x = 0; x < w; ++x) {
+        const size_t k = size_t(y / 2) * cs + (nv12 ? 2 * (x / 2) : x / 2);
+        uint8_t rgb[3];
+        oracle::Rgb601Q20(luma[size_t(y / 2) * (w + ys) + size_t(y % 2) * w + x], uv[k],
+                          nv12 ? uv[k + 1] : uv[v_at + k], rgb);
+        for (int ch = 0; ch < 3; ++ch) c.Want(size_t(y) * 3 * w + 3 * x + ch, rgb[ch]);
+      }
+    }
+    c.run = [=](void* out) {
+      (nv12 ? CvtColorNV12ToRGBInterleaved : CvtColorI420ToRGBInterleaved)(
+          luma, ys, uv, cs, static_cast<uint8_t*>(out), w, h);
+    };
+  };
+  return row;
+}
+
+Row RgbToRgba() {
+  Row row{"CvtRGBtoRGBA_lanczos", {"h", "w", "dst_pad"}, {{0, 16, 0}, {2, 0, 0}}, nullptr, nullptr};
+  for (int w : Widths()) row.sizes.push_back({1 + w % 3, w, w % 5});
+  row.draw = [](std::mt19937& rng) { return Draw(rng, 6, 100); };
+  row.make = [](const Params& p, Case& c) {
+    const int h = p[0], w = p[1], ds = 4 * w + p[2];
+    const bool empty = h < 1 || w < 1;
+    uint8_t* src = c.RandomBytes(empty ? 0 : size_t(h) * 3 * w);
+    c.Out<uint8_t>(empty ? 0 : size_t(h - 1) * ds + 4 * w, ds);
+    for (int y = 0; y < h && !empty; ++y) {
+      for (int x = 0; x < w; ++x) {
+        const uint8_t* s = src + (size_t(y) * w + x) * 3;
+        const bool swap = x < w / 16 * 16;  // only the 16-pixel steps swap
+        const uint8_t px[4] = {s[swap ? 2 : 0], s[1], s[swap ? 0 : 2], 255};
+        for (int b = 0; b < 4; ++b) c.Want(size_t(y) * ds + 4 * x + b, px[b]);
+      }
+    }
+    c.run = [=](void* out) { CvtRGBtoRGBA_lanczos(src, static_cast<uint8_t*>(out), w, h, ds); };
+  };
+  return row;
+}
+
+// ---- Vector steps ----
+// Lanes of 4-lane inputs: R, G, B of pixels as 32-bit lanes (0..255, or any
+// value for `wide`).
+int32x4 Vector(Case& c, bool wide, int lo = 0, int hi = 255) {
+  int32_t l[4];
+  for (int32_t& v : l) v = wide ? static_cast<int32_t>(c.rng()) : Uniform(c.rng, lo, hi);
+  int32x4 out;
+  std::memcpy(static_cast<void*>(&out), l, 16);
+  return out;
+}
+int32_t LaneOf(const int32x4* v, int i) {
+  int32_t x;
+  std::memcpy(&x, reinterpret_cast<const char*>(v) + 4 * i, 4);
+  return x;
+}
+
+Row Step(const char* name, std::function<void(Case&)> make) {
+  Row row{name, {}, {{}}, [](std::mt19937&) { return Params{}; }, nullptr, false};
+  row.make = [make](const Params&, Case& c) { make(c); };
+  return row;
+}
+
+void AddSteps(std::vector<Row>& rows) {
+  using Loader = void (*)(unsigned char*, int32x4*, unsigned char*);
+  const std::pair<const char*, Loader> loaders[] = {
+      {"u8_4x_to_s32_NEON_8LEN", u8_4x_to_s32_NEON_8LEN},
+      {"u8_4x_to_RGBs32_Au8_NEON_8LEN", u8_4x_to_RGBs32_Au8_NEON_8LEN}};
+  for (const auto& [name, loader] : loaders) {
+    rows.push_back(Step(name, [call = loader](Case& c) {
+      uint8_t* src = c.RandomBytes(32);
+      c.Out<int32_t>(26, 4);
+      for (int v = 0; v < 6; ++v) {
+        for (int i = 0; i < 4; ++i) c.Want<int32_t>(4 * v + i, src[4 * (v % 2 * 4 + i) + v / 2]);
+      }
+      for (int i = 0; i < 8; ++i) c.Want<uint8_t>(96 + i, src[4 * i + 3]);
+      c.run = [=](void* out) {
+        call(src, static_cast<int32x4*>(out), static_cast<uint8_t*>(out) + 96);
+      };
+    }));
+  }
+  // rgb[] lanes: pixel i of 8 is rgb[2c + i/4] lane i%4; of 4, rgb[c] lane i.
+  rows.push_back(Step("RGBA2I420A_NEON_CAL_Y", [](Case& c) {
+    int32x4* rgb = c.In<int32x4>(6);
+    for (int v = 0; v < 6; ++v) rgb[v] = Vector(c, false);
+    c.Out<uint8_t>(8, 8);
+    for (int i = 0; i < 8; ++i) {
+      const int h = i / 4, l = i % 4;
+      c.Want(i, oracle::Luma601(LaneOf(rgb + h, l), LaneOf(rgb + 2 + h, l), LaneOf(rgb + 4 + h, l)));
+    }
+    _StLanczos1p5x* ctx = c.Context();
+    c.run = [=](void* out) { RGBA2I420A_NEON_CAL_Y(ctx, rgb, static_cast<uint8_t*>(out)); };
+  }));
+  rows.push_back(Step("RGBA2I420A_NEON_CAL_UV", [](Case& c) {
+    int32x4* rgb = c.In<int32x4>(3);
+    for (int v = 0; v < 3; ++v) rgb[v] = Vector(c, false);
+    c.Out<int16_t>(8, 4);
+    for (int i = 0; i < 8; ++i) {
+      c.Want(i, int16_t(oracle::ChromaSum601(i >= 4, LaneOf(rgb, i % 4), LaneOf(rgb + 1, i % 4),
+                                             LaneOf(rgb + 2, i % 4))));
+    }
+    _StLanczos1p5x* ctx = c.Context();
+    c.run = [=](void* out) { RGBA2I420A_NEON_CAL_UV(ctx, rgb, *static_cast<int16x8*>(out)); };
+  }));
+  rows.push_back(Step("To_s16", [](Case& c) {
+    int32x4* in = c.In<int32x4>(2);
+    in[0] = Vector(c, true);
+    in[1] = Vector(c, true);
+    c.Out<int16_t>(8, 8);
+    for (int i = 0; i < 8; ++i) c.Want(i, int16_t(uint32_t(LaneOf(in, i)) >> 16));
+    c.run = [=](void* out) { To_s16(in[0], in[1], *static_cast<int16x8*>(out)); };
+  }));
+  rows.push_back(Step("Y_u8_to_s32_NEON_8LEN", [](Case& c) {
+    uint8_t* y = c.RandomBytes(8);
+    c.Out<int32_t>(8, 4);
+    for (int i = 0; i < 8; ++i) c.Want(i, int32_t{76284} * (y[i] - 16));
+    _StLanczos1p5x* ctx = c.Context();
+    c.run = [=](void* out) {
+      auto* o = static_cast<int32x4*>(out);
+      Y_u8_to_s32_NEON_8LEN(ctx, y, o[0], o[1]);
+    };
+  }));
+  rows.push_back(Step("UV_u8_to_s32_NEON_8LEN", [](Case& c) {
+    uint8_t* uv = c.RandomBytes(8);
+    c.Out<int32_t>(8, 4);
+    for (int i = 0; i < 8; ++i) c.Want(i, int32_t{uv[i]} - 128);
+    _StLanczos1p5x* ctx = c.Context();
+    c.run = [=](void* out) {
+      auto* o = static_cast<int32x4*>(out);
+      UV_u8_to_s32_NEON_8LEN(ctx, uv, o[0], o[1]);
+    };
+  }));
+  rows.push_back(Step("I420A2RGBA_NEON_CAL", [](Case& c) {
+    int32x4* in = c.In<int32x4>(3);
+    in[0] = Vector(c, false, -16 * 76284, 239 * 76284);
+    in[1] = Vector(c, false, -128, 127);
+    in[2] = Vector(c, false, -128, 127);
+    c.Out<int16_t>(12, 4);
+    for (int i = 0; i < 4; ++i) {
+      const int64_t k = LaneOf(in, i), d = LaneOf(in + 1, i), e = LaneOf(in + 2, i);
+      const int64_t sums[3] = {k + 104595 * e, k - 25625 * d - 53281 * e, k + 132252 * d};
+      for (int ch = 0; ch < 3; ++ch) {
+        c.Want(4 * ch + i, int16_t(std::floor(static_cast<double>(sums[ch]) / 65536)));
+      }
+    }
+    _StLanczos1p5x* ctx = c.Context();
+    c.run = [=](void* out) { I420A2RGBA_NEON_CAL(ctx, in[0], in[1], in[2], static_cast<short*>(out)); };
+  }));
+  rows.push_back(Step("RGBA2RGBA_CAL_dY_NEON", [](Case& c) {
+    int32x4* rgb = c.In<int32x4>(3);
+    for (int v = 0; v < 3; ++v) rgb[v] = Vector(c, false);
+    c.Out<float>(4, 4);
+    for (int i = 0; i < 4; ++i) {
+      c.Want(i, float(oracle::SplitLuma(LaneOf(rgb, i), LaneOf(rgb + 1, i), LaneOf(rgb + 2, i))));
+    }
+    _StLanczos1p5x* ctx = c.Context();
+    c.run = [=](void* out) { RGBA2RGBA_CAL_dY_NEON(ctx, rgb, *static_cast<float32x4*>(out)); };
+  }));
+  using DiffStep = void (*)(_StLanczos1p5x*, int32x4 const*, int32x4&);
+  const std::pair<const char*, DiffStep> diffs[] = {{"RGBA2RGBA_CAL_dR_NEON", RGBA2RGBA_CAL_dR_NEON},
+                                                    {"RGBA2RGBA_CAL_dG_NEON", RGBA2RGBA_CAL_dG_NEON},
+                                                    {"RGBA2RGBA_CAL_dB_NEON", RGBA2RGBA_CAL_dB_NEON}};
+  for (int ch = 0; ch < 3; ++ch) {
+    rows.push_back(Step(diffs[ch].first, [ch, call = diffs[ch].second](Case& c) {
+      int32x4* rgb = c.In<int32x4>(3);
+      for (int v = 0; v < 3; ++v) rgb[v] = Vector(c, false);
+      c.Out<int32_t>(4, 4);
+      for (int i = 0; i < 4; ++i) {
+        c.Want(i, oracle::SplitDiff(ch, LaneOf(rgb, i), LaneOf(rgb + 1, i), LaneOf(rgb + 2, i)));
+      }
+      _StLanczos1p5x* ctx = c.Context();
+      c.run = [=](void* out) { call(ctx, rgb, *static_cast<int32x4*>(out)); };
+    }));
+  }
+}
+
+}  // namespace
+
+std::vector<Row> ConvertRows() {
+  std::vector<Row> rows = {RgbaToI420a(), I420aToRgba(), Split(),        Merge(),
+                           Yuvcpy(),      Crop(),        YuvToRgb(false), YuvToRgb(true),
+                           RgbToRgba()};
+  AddSteps(rows);
+  return rows;
+}
+
+}  // namespace vorlith::check
