@@ -443,12 +443,110 @@ void AddSteps(std::vector<Row>& rows) {
   }
 }
 
+
+// The documented worked examples, as literal bytes, through the kernels on
+// every target (vector columns and tails alike); each agrees with its
+// formula. RGBA to I420A of white, black and red bands; I420A back from
+// (16,128,128), (235,128,128), (235,128,240); the split of grey 128 and
+// red, the merge of grey 128 at 125 levels; NV12 to RGB at Y 10, 16, 235.
+Row WorkedExamples() {
+  Row row{"WorkedExamples", {"n"}, {{1}, {3}}, nullptr, nullptr};
+  row.make = [](const Params& p, Case& c) {
+    const int n = p[0], w = 6 * n, P = 2 * w;  // two rows of three bands 2n wide
+    auto align = [](size_t at) { return (at + 15) / 16 * 16; };
+    const size_t rgba_at = align(size_t(P) * 5 / 2), split_at = align(rgba_at + 4 * size_t(P)),
+                 merge_at = split_at + 112, yuv_at = merge_at + 36;
+    c.Out<uint8_t>(yuv_at + 24, w);
+
+    static const uint8_t kPixels[3][4] = {{255, 255, 255, 9}, {0, 0, 0, 9}, {255, 0, 0, 9}};
+    static const uint8_t kY[3] = {235, 16, 81}, kU[3] = {128, 128, 90}, kV[3] = {128, 128, 239};
+    uint8_t* rgba = c.In<uint8_t>(4 * size_t(P));
+    for (int i = 0; i < P; ++i) {
+      const int band = i % w / (2 * n);
+      std::memcpy(rgba + 4 * i, kPixels[band], 4);
+      c.Want(i, kY[band]);
+      c.Want(P * 3 / 2 + i, uint8_t{9});
+      if (i < w && i % 2 == 0) {
+        c.Want(P + i / 2, kU[band]);
+        c.Want(P * 5 / 4 + i / 2, kV[band]);
+      }
+    }
+
+    // I420A planes of the same 2 x w size: Y, A, U, V; blocks cycle through
+    // the three colours.
+    static const uint8_t kBlockY[3] = {16, 235, 235}, kBlockV[3] = {128, 128, 240};
+    static const uint8_t kBlockRgb[3][3] = {{0, 0, 0}, {254, 254, 254}, {255, 163, 254}};
+    uint8_t* planes = c.In<uint8_t>(5 * size_t(w));
+    uint8_t *py = planes, *pa = planes + 2 * w, *pu = planes + 4 * w, *pv = pu + w / 2;
+    for (int i = 0; i < P; ++i) {
+      const int x = i % w, b = x / 2 % 3;
+      py[i] = kBlockY[b];
+      pa[i] = static_cast<uint8_t>(i);
+      pu[x / 2] = 128;
+      pv[x / 2] = kBlockV[b];
+      for (int ch = 0; ch < 3; ++ch) c.Want(rgba_at + 4 * i + ch, kBlockRgb[b][ch]);
+      c.Want(rgba_at + 4 * i + 3, pa[i]);
+    }
+
+    // Split of one row of two pixels: luma, three 4 x 2 difference planes,
+    // 4 x 2 alpha.
+    static const uint8_t kSplit[8] = {128, 128, 128, 1, 255, 0, 0, 2};
+    static const int32_t kDiffs[3][2] = {{-19528688, 167814202},
+                                         {-19528672, -313565 * 255 - 19528672},
+                                         {-19528704, -313172 * 255 - 19528704}};
+    uint8_t* split_in = c.In<uint8_t>(8);
+    std::memcpy(split_in, kSplit, 8);
+    for (int x = 0; x < 2; ++x) {
+      c.Want<float>(split_at / 4 + x, x ? 81.0f : 125.0f);
+      for (int k = 0; k < 4; ++k) {
+        const size_t at = (k / 2) * 4 + 2 * x + k % 2;
+        for (int ch = 0; ch < 3; ++ch) c.Want<int32_t>(split_at / 4 + 2 + ch * 8 + at, kDiffs[ch][x]);
+        c.Want(split_at + 104 + at, kSplit[4 * x + 3]);
+      }
+    }
+
+    // Merge of 9 grey pixels (8 vector columns and a tail): 126, not 128.
+    float* merge_luma = c.In<float>(9);
+    int32_t* merge_diff = c.In<int32_t>(27);
+    uint8_t* merge_alpha = c.In<uint8_t>(9);
+    for (int i = 0; i < 9; ++i) {
+      merge_luma[i] = 125.0f * 1220544;
+      merge_alpha[i] = 77;
+      for (int ch = 0; ch < 3; ++ch) {
+        merge_diff[ch * 9 + i] = kDiffs[ch][0];
+        c.Want(merge_at + 4 * i + ch, uint8_t{126});
+      }
+      c.Want(merge_at + 4 * i + 3, uint8_t{77});
+    }
+
+    // NV12 4 x 2 with neutral chroma: Y 10 and 16 give black, 235 white.
+    static const uint8_t kYuv[12] = {10, 16, 235, 235, 10, 16, 235, 235, 128, 128, 128, 128};
+    uint8_t* yuv = c.In<uint8_t>(12);
+    std::memcpy(yuv, kYuv, 12);
+    for (int i = 0; i < 8; ++i) {
+      for (int ch = 0; ch < 3; ++ch) c.Want(yuv_at + 3 * i + ch, uint8_t(i % 4 < 2 ? 0 : 255));
+    }
+
+    _StLanczos1p5x* ctx = c.Context();
+    c.run = [=](void* out) {
+      uint8_t* o = static_cast<uint8_t*>(out);
+      RGBA2I420A_NEON(ctx, rgba, o, 2, w);
+      I420A2RGBA_NEON(ctx, py, pu, pv, pa, o + rgba_at, 2, w);
+      RGBA2RGBA_Y_RGBR_NEON(ctx, split_in, reinterpret_cast<float*>(o + split_at),
+                            reinterpret_cast<int*>(o + split_at + 8), o + split_at + 104, 1, 2);
+      RGBA2RGBA_F_NEON(o + merge_at, merge_luma, merge_diff, merge_alpha, 1, 9);
+      CvtColorNV12ToRGBInterleaved(yuv, 4, yuv + 8, 4, o + yuv_at, 4, 2);
+    };
+  };
+  return row;
+}
+
 }  // namespace
 
 std::vector<Row> ConvertRows() {
   std::vector<Row> rows = {RgbaToI420a(), I420aToRgba(), Split(),        Merge(),
                            Yuvcpy(),      Crop(),        YuvToRgb(false), YuvToRgb(true),
-                           RgbToRgba()};
+                           RgbToRgba(),   WorkedExamples()};
   AddSteps(rows);
   return rows;
 }
