@@ -109,13 +109,12 @@ HWY_INLINE size_t MergeColumns(D d, const float* luma, const int32_t* const (&di
   const auto zero = hn::Zero(d), max = hn::Set(d, 255);
   for (; x + n <= end; x += n) {
     const auto l = TruncToI32Sat(d, hn::LoadU(df, luma + x));
-    hn::Vec<D> c[3];
-    for (size_t k = 0; k < 3; ++k) {
-      c[k] = hn::Min(hn::Max(hn::ShiftRight<20>(hn::Add(l, hn::LoadU(d, diff[k] + x))), zero), max);
-    }
+    auto channel = [&](size_t k) {
+      return hn::Min(hn::Max(hn::ShiftRight<20>(hn::Add(l, hn::LoadU(d, diff[k] + x))), zero), max);
+    };
     const auto a = hn::PromoteTo(du, hn::LoadU(d8, alpha + x));
-    const auto px = hn::Or(hn::BitCast(du, hn::Or(c[0], hn::ShiftLeft<8>(c[1]))),
-                           hn::Or(hn::BitCast(du, hn::ShiftLeft<16>(c[2])), hn::ShiftLeft<24>(a)));
+    const auto px = hn::Or(hn::BitCast(du, hn::Or(channel(0), hn::ShiftLeft<8>(channel(1)))),
+                           hn::Or(hn::BitCast(du, hn::ShiftLeft<16>(channel(2))), hn::ShiftLeft<24>(a)));
     hn::StoreU(px, du, reinterpret_cast<uint32_t*>(rgba + 4 * x));
   }
   return x;
