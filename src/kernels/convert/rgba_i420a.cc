@@ -32,58 +32,100 @@ struct PairRows {
   size_t width;
 };
 
-struct ToYuvCoefs {
-  int32_t y[3], u[3], v[3], y_off, u_off, v_off;
+// One weighted sum of R, G, B, in the form the 16-bit pairwise multiply-add
+// takes: each weight c = 65536 q + r with r a 16-bit value. Pixels are
+// 32-bit lanes; R, B and G, A are their even and odd bytes, so two pairwise
+// products of (R, B) and (G, A) give the sum of the r parts exactly, and
+// floor(sum / 65536) = floor(r part / 65536) + qR R + qG G + qB B. Y's G
+// weight (33030) is the one with q = 1.
+struct Weights {
+  int32_t c[3];      // the weights as the context holds them
+  int32_t rb, g0;    // (rR, rB) and (rG, 0) as 16-bit pairs
+  int32_t q[3];
 };
 
-template <class D, class V>
-HWY_INLINE V WeightedHigh(D d, V r, V g, V b, const int32_t (&c)[3]) {
-  const V sum = hn::Add(hn::Add(hn::Mul(r, hn::Set(d, c[0])), hn::Mul(g, hn::Set(d, c[1]))),
-                       hn::Mul(b, hn::Set(d, c[2])));
-  return hn::ShiftRight<16>(sum);
+Weights SplitWeights(int32_t r, int32_t g, int32_t b) {
+  Weights w{{r, g, b}, 0, 0, {0, 0, 0}};
+  int32_t low[3];
+  for (int i = 0; i < 3; ++i) {
+    low[i] = static_cast<int16_t>(static_cast<uint16_t>(w.c[i]));
+    w.q[i] = static_cast<int32_t>((int64_t{w.c[i]} - low[i]) / 65536);
+  }
+  w.rb = static_cast<int32_t>((static_cast<uint32_t>(low[2]) << 16) | static_cast<uint16_t>(low[0]));
+  w.g0 = static_cast<uint16_t>(low[1]);
+  return w;
 }
 
-// Columns [x, end) of a row pair, 2*Lanes(d) at a time; returns where it stopped.
+struct ToYuvCoefs {
+  Weights y, u, v;
+  int32_t y_off, u_off, v_off;
+};
+
+#if HWY_TARGET != HWY_SCALAR  // one lane has no pairs to multiply and add
+// floor((cR R + cG G + cB B) / 65536) of pixels held as 32-bit lanes, with
+// the weights' pairs already in vectors (the stores below are bytes, which
+// may alias anything, so nothing is read from memory in the loop).
+template <class D, class V = hn::Vec<D>>
+HWY_INLINE V WeighHigh(D d, V px, V rb_w, V g0_w, const int32_t (&q)[3]) {
+  const hn::Repartition<int16_t, D> d16;
+  const auto mask = hn::Set(d, 0x00FF00FF);
+  const auto rb = hn::And(px, mask), ga = hn::And(hn::ShiftRight<8>(px), mask);
+  auto odd = hn::Zero(d);
+  auto even = hn::ReorderWidenMulAccumulate(d, hn::BitCast(d16, rb), hn::BitCast(d16, rb_w),
+                                            hn::Zero(d), odd);
+  even = hn::ReorderWidenMulAccumulate(d, hn::BitCast(d16, ga), hn::BitCast(d16, g0_w), even, odd);
+  auto high = hn::ShiftRight<16>(hn::RearrangeToOddPlusEven(even, odd));
+  if (q[1] != 0) {
+    const auto g = hn::And(ga, hn::Set(d, 0xFFFF));
+    high = hn::Add(high, q[1] == 1 ? g : hn::Mul(g, hn::Set(d, q[1])));
+  }
+  if ((q[0] | q[2]) != 0) {
+    high = hn::Add(high, hn::Add(hn::Mul(hn::And(rb, hn::Set(d, 0xFF)), hn::Set(d, q[0])),
+                                 hn::Mul(hn::ShiftRight<16>(rb), hn::Set(d, q[2]))));
+  }
+  return high;
+}
+
+// Columns [x, end) of a row pair, 2*Lanes(d) at a time; returns where it
+// stopped. Luma and alpha in pixel order, chroma from the even pixels of
+// the upper row.
 template <class D>
 HWY_INLINE size_t ToI420APairs(D d, const ToYuvCoefs& k, const PairRows& p, size_t x,
                                size_t end) {
   const hn::Rebind<uint32_t, D> du;
-  const hn::Rebind<uint16_t, D> d16;
   const hn::Rebind<uint8_t, D> d8;
   const size_t n = hn::Lanes(d);
-  const auto byte = hn::Set(d, 0xFF), zero = hn::Zero(d), max = hn::Set(d, 255);
+  const auto y_off = hn::Set(d, k.y_off), u_off = hn::Set(d, k.u_off), v_off = hn::Set(d, k.v_off);
+  const auto y_rb = hn::Set(d, k.y.rb), y_g0 = hn::Set(d, k.y.g0);
+  const auto u_rb = hn::Set(d, k.u.rb), u_g0 = hn::Set(d, k.u.g0);
+  const auto v_rb = hn::Set(d, k.v.rb), v_g0 = hn::Set(d, k.v.g0);
+  const int32_t yq[3] = {k.y.q[0], k.y.q[1], k.y.q[2]}, uq[3] = {k.u.q[0], k.u.q[1], k.u.q[2]},
+                vq[3] = {k.v.q[0], k.v.q[1], k.v.q[2]};
+  const size_t w = p.width;
+  const uint8_t* const rgba = p.rgba;
+  uint8_t *const y = p.y, *const a = p.a, *const u = p.u, *const v = p.v;
   for (; x + 2 * n <= end; x += 2 * n) {
     for (size_t row = 0; row < 2; ++row) {
-      const uint8_t* src = p.rgba + row * 4 * p.width + 4 * x;
-      hn::Vec<decltype(du)> pe, po;
-      hn::LoadInterleaved2(du, reinterpret_cast<const uint32_t*>(src), pe, po);
-      const auto e = hn::BitCast(d, pe), o = hn::BitCast(d, po);
-      const auto re = hn::And(e, byte), ge = hn::And(hn::ShiftRight<8>(e), byte),
-                 be = hn::And(hn::ShiftRight<16>(e), byte);
-      const auto ro = hn::And(o, byte), go = hn::And(hn::ShiftRight<8>(o), byte),
-                 bo = hn::And(hn::ShiftRight<16>(o), byte);
-      const auto off = hn::Set(d, k.y_off);
-      const auto ye = hn::Min(hn::Max(hn::Add(WeightedHigh(d, re, ge, be, k.y), off), zero), max);
-      const auto yo = hn::Min(hn::Max(hn::Add(WeightedHigh(d, ro, go, bo, k.y), off), zero), max);
-      // Two neighbouring bytes as one 16-bit lane, low byte first.
-      const auto ypair = hn::Or(ye, hn::ShiftLeft<8>(yo));
-      const auto apair = hn::Or(hn::BitCast(d, hn::ShiftRight<24>(pe)),
-                                hn::And(hn::BitCast(d, hn::ShiftRight<16>(po)), hn::Set(d, 0xFF00)));
-      uint8_t* yrow = p.y + row * p.width + x;
-      uint8_t* arow = p.a + row * p.width + x;
-      hn::StoreU(hn::DemoteTo(d16, ypair), d16, reinterpret_cast<uint16_t*>(yrow));
-      hn::StoreU(hn::DemoteTo(d16, apair), d16, reinterpret_cast<uint16_t*>(arow));
+      const auto* src = reinterpret_cast<const uint32_t*>(rgba + row * 4 * w + 4 * x);
+      const auto p0 = hn::LoadU(du, src), p1 = hn::LoadU(du, src + n);
+      uint8_t* yrow = y + row * w + x;
+      uint8_t* arow = a + row * w + x;
+      // The demotions saturate, as the narrowing of the vector step does.
+      hn::StoreU(hn::DemoteTo(d8, hn::Add(WeighHigh(d, hn::BitCast(d, p0), y_rb, y_g0, yq), y_off)), d8, yrow);
+      hn::StoreU(hn::DemoteTo(d8, hn::Add(WeighHigh(d, hn::BitCast(d, p1), y_rb, y_g0, yq), y_off)), d8, yrow + n);
+      hn::StoreU(hn::DemoteTo(d8, hn::BitCast(d, hn::ShiftRight<24>(p0))), d8, arow);
+      hn::StoreU(hn::DemoteTo(d8, hn::BitCast(d, hn::ShiftRight<24>(p1))), d8, arow + n);
       if (row == 0) {
         // Chroma from the block's top-left pixel only.
-        const auto u = hn::Add(WeightedHigh(d, re, ge, be, k.u), hn::Set(d, k.u_off));
-        const auto v = hn::Add(WeightedHigh(d, re, ge, be, k.v), hn::Set(d, k.v_off));
-        hn::StoreU(hn::DemoteTo(d8, u), d8, p.u + x / 2);
-        hn::StoreU(hn::DemoteTo(d8, v), d8, p.v + x / 2);
+        const auto tl = hn::BitCast(d, hn::ConcatEven(du, p1, p0));
+        hn::StoreU(hn::DemoteTo(d8, hn::Add(WeighHigh(d, tl, u_rb, u_g0, uq), u_off)), d8, u + x / 2);
+        hn::StoreU(hn::DemoteTo(d8, hn::Add(WeighHigh(d, tl, v_rb, v_g0, vq), v_off)), d8, v + x / 2);
       }
     }
   }
   return x;
 }
+#endif  // HWY_TARGET != HWY_SCALAR
 
 void ToI420ATail(const PairRows& p, size_t x, size_t end) {
   for (; x < end; x += 2) {
@@ -110,9 +152,9 @@ void RgbaToI420A(_StLanczos1p5x* ctx, const uint8_t* rgba, uint8_t* i420a, int h
   uint8_t* const a = i420a + (P * 3) / 2;
   const size_t w = static_cast<size_t>(width), odd = w & 1;
   const size_t body = w / 16 * 16, cols = body + 2 * ((w / 2) % 8);
-  const ToYuvCoefs k = {{Lane0(ctx->yCoefR), Lane0(ctx->yCoefG), Lane0(ctx->yCoefB)},
-                        {Lane0(ctx->uCoefR), Lane0(ctx->uCoefG), Lane0(ctx->uCoefB)},
-                        {Lane0(ctx->vCoefR), Lane0(ctx->vCoefG), Lane0(ctx->vCoefB)},
+  const ToYuvCoefs k = {SplitWeights(Lane0(ctx->yCoefR), Lane0(ctx->yCoefG), Lane0(ctx->yCoefB)),
+                        SplitWeights(Lane0(ctx->uCoefR), Lane0(ctx->uCoefG), Lane0(ctx->uCoefB)),
+                        SplitWeights(Lane0(ctx->vCoefR), Lane0(ctx->vCoefG), Lane0(ctx->vCoefB)),
                         Lane0(ctx->yOffset), Lane0(ctx->uOffset), Lane0(ctx->vOffset)};
   for (size_t pair = 0; pair < static_cast<size_t>(height / 2); ++pair) {
     // An odd width leaves its last column out, and each pair then starts
@@ -121,8 +163,12 @@ void RgbaToI420A(_StLanczos1p5x* ctx, const uint8_t* rgba, uint8_t* i420a, int h
     const PairRows p = {rgba + 4 * luma, y + luma, a + luma, u + pair * (w / 2), v + pair * (w / 2),
                         w};
     size_t x = 0;
+#if HWY_TARGET != HWY_SCALAR
     x = ToI420APairs(hn::ScalableTag<int32_t>(), k, p, x, body);
     x = ToI420APairs(hn::CappedTag<int32_t, 4>(), k, p, x, body);
+#else
+    (void)k;
+#endif
     ToI420ATail(p, x, cols);
   }
 }
@@ -139,30 +185,36 @@ HWY_INLINE size_t ToRgbaPairs(D d, const ToRgbCoefs& k, const uint8_t* y, const 
   const hn::Rebind<uint16_t, D> d16;
   const hn::Rebind<uint8_t, D> d8;
   const size_t n = hn::Lanes(d);
+  // Every constant in a register before the loop: the byte stores may alias
+  // anything, k included. The luma black level joins the chroma terms:
+  // gain * (Y - bias) + c = gain * Y + (c - gain * bias), the same 32-bit sum.
   const auto zero = hn::Zero(d), max = hn::Set(d, 255), byte = hn::Set(d, 0xFF);
+  const auto gain = hn::Set(d, k.gain), black = hn::Set(d, k.gain * k.bias);
+  const auto uv_bias = hn::Set(d, k.uv_bias), rv = hn::Set(d, k.rv), gu = hn::Set(d, k.gu),
+             gv = hn::Set(d, k.gv), bu = hn::Set(d, k.bu);
+  const auto alpha_byte = hn::BitCast(du, hn::Set(d, static_cast<int32_t>(0xFF000000u)));
   for (; x + 2 * n <= end; x += 2 * n) {
-    const auto cb = hn::Sub(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, u + x / 2))),
-                            hn::Set(d, k.uv_bias));
-    const auto cr = hn::Sub(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, v + x / 2))),
-                            hn::Set(d, k.uv_bias));
-    const auto rc = hn::Mul(cr, hn::Set(d, k.rv));
-    const auto gc = hn::Add(hn::Mul(cb, hn::Set(d, k.gu)), hn::Mul(cr, hn::Set(d, k.gv)));
-    const auto bc = hn::Mul(cb, hn::Set(d, k.bu));
-    auto pixel = [&](hn::Vec<D> luma, hn::Vec<D> alpha) {
-      const auto s = hn::Mul(hn::Sub(luma, hn::Set(d, k.bias)), hn::Set(d, k.gain));
+    const auto cb = hn::Sub(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, u + x / 2))), uv_bias);
+    const auto cr = hn::Sub(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, v + x / 2))), uv_bias);
+    const auto rc = hn::Sub(hn::Mul(cr, rv), black);
+    const auto gc = hn::Sub(hn::Add(hn::Mul(cb, gu), hn::Mul(cr, gv)), black);
+    const auto bc = hn::Sub(hn::Mul(cb, bu), black);
+    auto pixel = [&](hn::Vec<D> luma, hn::Vec<decltype(du)> alpha_top) {
+      const auto s = hn::Mul(luma, gain);
       const auto r = hn::Min(hn::Max(hn::ShiftRight<16>(hn::Add(s, rc)), zero), max);
       const auto g = hn::Min(hn::Max(hn::ShiftRight<16>(hn::Add(s, gc)), zero), max);
       const auto b = hn::Min(hn::Max(hn::ShiftRight<16>(hn::Add(s, bc)), zero), max);
-      return hn::BitCast(du, hn::Or(hn::Or(r, hn::ShiftLeft<8>(g)),
-                                    hn::Or(hn::ShiftLeft<16>(b), hn::ShiftLeft<24>(alpha))));
+      return hn::Or(hn::BitCast(du, hn::Or(hn::Or(r, hn::ShiftLeft<8>(g)), hn::ShiftLeft<16>(b))),
+                    alpha_top);
     };
     for (size_t row = 0; row < 2; ++row) {
       const auto yy = hn::BitCast(
           d, hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(y + row * width + x))));
-      const auto aa = hn::BitCast(
-          d, hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(a + row * width + x))));
-      const auto pe = pixel(hn::And(yy, byte), hn::And(aa, byte));
-      const auto po = pixel(hn::ShiftRight<8>(yy), hn::ShiftRight<8>(aa));
+      const auto aa =
+          hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(a + row * width + x)));
+      // Alpha pairs: the even byte shifted to the top, the odd byte moved there.
+      const auto pe = pixel(hn::And(yy, byte), hn::ShiftLeft<24>(aa));
+      const auto po = pixel(hn::ShiftRight<8>(yy), hn::And(hn::ShiftLeft<16>(aa), alpha_byte));
       hn::StoreInterleaved2(pe, po, du, reinterpret_cast<uint32_t*>(rgba + 4 * (row * width + x)));
     }
   }

@@ -104,38 +104,61 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
   const hn::Rebind<uint32_t, D> du;
   const hn::Rebind<uint16_t, D> d16;
   const hn::Rebind<uint8_t, D> d8;
-  const hn::Repartition<uint8_t, decltype(d16)> d8x2;
+  const hn::Repartition<int16_t, D> d16x2;
+  // A step covers 4 lanes' worth of pixels, so each channel fills a whole
+  // byte vector and the 3-way interleave runs at full width.
+  const hn::Repartition<uint8_t, D> d8x4;
+  const hn::Half<decltype(d8x4)> d8x2;
   const size_t n = hn::Lanes(d);
-  const auto byte = hn::Set(d, 0xFF), zero = hn::Zero(d), max = hn::Set(d, 255);
-  for (; x + 2 * n <= end; x += 2 * n) {
-    hn::Vec<D> u, v;
-    if (c.interleaved) {
-      const auto uv = hn::BitCast(
-          d, hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(c.u + x))));
-      u = hn::And(uv, byte);
-      v = hn::ShiftRight<8>(uv);
-    } else {
-      u = hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, c.u + x / 2)));
-      v = hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, c.v + x / 2)));
-    }
-    const auto cb = hn::Sub(u, hn::Set(d, 128)), cr = hn::Sub(v, hn::Set(d, 128));
-    const auto rc = hn::Add(hn::Mul(cr, hn::Set(d, k::kRV20)), hn::Set(d, k::kHalf20));
-    const auto gc = hn::Add(hn::Add(hn::Mul(cb, hn::Set(d, k::kGU20)), hn::Mul(cr, hn::Set(d, k::kGV20))),
-                            hn::Set(d, k::kHalf20));
-    const auto bc = hn::Add(hn::Mul(cb, hn::Set(d, k::kBU20)), hn::Set(d, k::kHalf20));
+  // Constants and pointers in registers: the byte stores may alias anything.
+  // The luma black level joins the chroma terms with the rounding half:
+  // gain * (Y' - 16) + c + half = gain * Y' + (c + half - 16 * gain).
+  const auto byte = hn::Set(d, 0xFF), low16 = hn::Set(d, 0xFFFF), uv_bias = hn::Set(d, 128);
+  const auto floor16 = hn::Set(d, 16), gain = hn::Set(d, k::kYGain20);
+  const auto base = hn::Set(d, k::kHalf20 - 16 * k::kYGain20);
+  const auto rv = hn::Set(d, k::kRV20), gu = hn::Set(d, k::kGU20), gv = hn::Set(d, k::kGV20),
+             bu = hn::Set(d, k::kBU20);
+  const uint8_t *const cu = c.u, *const cv = c.v, *const y0 = luma[0], *const y1 = luma[1];
+  uint8_t *const out0 = rgb[0], *const out1 = rgb[1];
+  const bool interleaved = c.interleaved;
+  // Centred chroma of the n samples from pixel `at` on.
+  auto cb_at = [&](size_t at) {
+    const auto u = interleaved
+        ? hn::And(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(cu + at)))), byte)
+        : hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, cu + at / 2)));
+    return hn::Sub(u, uv_bias);
+  };
+  auto cr_at = [&](size_t at) {
+    const auto v = interleaved
+        ? hn::ShiftRight<8>(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(cu + at)))))
+        : hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, cv + at / 2)));
+    return hn::Sub(v, uv_bias);
+  };
+  // One channel of 2n pixels: the pair's two results as 16-bit lanes in
+  // pixel order; the demotion saturates, which is the clamp to 0..255.
+  auto channel = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> chroma_part) {
+    const auto e = hn::ShiftRight<20>(hn::Add(se, chroma_part));
+    const auto o = hn::ShiftRight<20>(hn::Add(so, chroma_part));
+    return hn::DemoteTo(d8x2, hn::BitCast(d16x2, hn::Or(hn::And(e, low16), hn::ShiftLeft<16>(o))));
+  };
+  for (; x + 4 * n <= end; x += 4 * n) {
+    const auto cb0 = cb_at(x), cr0 = cr_at(x), cb1 = cb_at(x + 2 * n), cr1 = cr_at(x + 2 * n);
+    const auto rc0 = hn::Add(hn::Mul(cr0, rv), base), rc1 = hn::Add(hn::Mul(cr1, rv), base);
+    const auto gc0 = hn::Add(hn::Add(hn::Mul(cb0, gu), hn::Mul(cr0, gv)), base);
+    const auto gc1 = hn::Add(hn::Add(hn::Mul(cb1, gu), hn::Mul(cr1, gv)), base);
+    const auto bc0 = hn::Add(hn::Mul(cb0, bu), base), bc1 = hn::Add(hn::Mul(cb1, bu), base);
     for (size_t row = 0; row < 2; ++row) {
-      const auto yy = hn::BitCast(
-          d, hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(luma[row] + x))));
-      const auto floor16 = hn::Set(d, 16), gain = hn::Set(d, k::kYGain20);
-      const auto se = hn::Mul(hn::Sub(hn::Max(hn::And(yy, byte), floor16), floor16), gain);
-      const auto so = hn::Mul(hn::Sub(hn::Max(hn::ShiftRight<8>(yy), floor16), floor16), gain);
-      // Each channel of the pixel pair as one 16-bit lane, even pixel first.
-      auto channel = [&](hn::Vec<D> chroma_part) {
-        const auto e = hn::Min(hn::Max(hn::ShiftRight<20>(hn::Add(se, chroma_part)), zero), max);
-        const auto o = hn::Min(hn::Max(hn::ShiftRight<20>(hn::Add(so, chroma_part)), zero), max);
-        return hn::BitCast(d8x2, hn::DemoteTo(d16, hn::Or(e, hn::ShiftLeft<8>(o))));
-      };
-      hn::StoreInterleaved3(channel(rc), channel(gc), channel(bc), d8x2, rgb[row] + 3 * x);
+      const auto* yrow = reinterpret_cast<const uint16_t*>((row ? y1 : y0) + x);
+      const auto yy0 = hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, yrow)));
+      const auto yy1 = hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, yrow + n)));
+      const auto se0 = hn::Mul(hn::Max(hn::And(yy0, byte), floor16), gain);
+      const auto so0 = hn::Mul(hn::Max(hn::ShiftRight<8>(yy0), floor16), gain);
+      const auto se1 = hn::Mul(hn::Max(hn::And(yy1, byte), floor16), gain);
+      const auto so1 = hn::Mul(hn::Max(hn::ShiftRight<8>(yy1), floor16), gain);
+      hn::StoreInterleaved3(hn::Combine(d8x4, channel(se1, so1, rc1), channel(se0, so0, rc0)),
+                            hn::Combine(d8x4, channel(se1, so1, gc1), channel(se0, so0, gc0)),
+                            hn::Combine(d8x4, channel(se1, so1, bc1), channel(se0, so0, bc0)), d8x4,
+                            (row ? out1 : out0) + 3 * x);
     }
   }
   return x;
@@ -158,6 +181,7 @@ void YuvToRgb(const uint8_t* y, int y_stride, const uint8_t* uv, int uv_stride, 
     uint8_t* const out[2] = {rgb + ptrdiff_t(pair) * 6 * width, rgb + ptrdiff_t(pair) * 6 * width + 3 * w};
     size_t x = RgbPairs(hn::ScalableTag<int32_t>(), luma, c, out, 0, body);
     x = RgbPairs(hn::CappedTag<int32_t, 4>(), luma, c, out, x, body);
+    x = RgbPairs(hn::CappedTag<int32_t, 2>(), luma, c, out, x, body);
     for (; x < w; ++x) {
       const size_t k = x / 2;
       const int u = interleaved ? chroma[2 * k] : c.u[k], v = interleaved ? chroma[2 * k + 1] : c.v[k];
