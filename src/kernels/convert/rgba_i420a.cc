@@ -177,6 +177,11 @@ struct ToRgbCoefs {
   int32_t gain, bias, rv, gu, gv, bu, uv_bias;
 };
 
+#if HWY_TARGET != HWY_SCALAR  // one lane has no pixel pairs to pack
+// Columns [x, end) of a row pair, 4*Lanes(d) at a time (so that each
+// channel fills a whole byte vector for the 4-way interleave); returns where
+// it stopped. A chroma sample's lane serves pixels 2k and 2k+1, whose
+// results travel as the two 16-bit halves of one lane.
 template <class D>
 HWY_INLINE size_t ToRgbaPairs(D d, const ToRgbCoefs& k, const uint8_t* y, const uint8_t* u,
                               const uint8_t* v, const uint8_t* a, uint8_t* rgba, size_t width,
@@ -184,42 +189,51 @@ HWY_INLINE size_t ToRgbaPairs(D d, const ToRgbCoefs& k, const uint8_t* y, const 
   const hn::Rebind<uint32_t, D> du;
   const hn::Rebind<uint16_t, D> d16;
   const hn::Rebind<uint8_t, D> d8;
+  const hn::Repartition<int16_t, D> d16x2;
+  const hn::Repartition<uint8_t, D> d8x4;
+  const hn::Half<decltype(d8x4)> d8x2;
   const size_t n = hn::Lanes(d);
   // Every constant in a register before the loop: the byte stores may alias
   // anything, k included. The luma black level joins the chroma terms:
   // gain * (Y - bias) + c = gain * Y + (c - gain * bias), the same 32-bit sum.
-  const auto zero = hn::Zero(d), max = hn::Set(d, 255), byte = hn::Set(d, 0xFF);
+  const auto byte = hn::Set(d, 0xFF), low16 = hn::Set(d, 0xFFFF);
   const auto gain = hn::Set(d, k.gain), black = hn::Set(d, k.gain * k.bias);
   const auto uv_bias = hn::Set(d, k.uv_bias), rv = hn::Set(d, k.rv), gu = hn::Set(d, k.gu),
              gv = hn::Set(d, k.gv), bu = hn::Set(d, k.bu);
-  const auto alpha_byte = hn::BitCast(du, hn::Set(d, static_cast<int32_t>(0xFF000000u)));
-  for (; x + 2 * n <= end; x += 2 * n) {
-    const auto cb = hn::Sub(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, u + x / 2))), uv_bias);
-    const auto cr = hn::Sub(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, v + x / 2))), uv_bias);
-    const auto rc = hn::Sub(hn::Mul(cr, rv), black);
-    const auto gc = hn::Sub(hn::Add(hn::Mul(cb, gu), hn::Mul(cr, gv)), black);
-    const auto bc = hn::Sub(hn::Mul(cb, bu), black);
-    auto pixel = [&](hn::Vec<D> luma, hn::Vec<decltype(du)> alpha_top) {
-      const auto s = hn::Mul(luma, gain);
-      const auto r = hn::Min(hn::Max(hn::ShiftRight<16>(hn::Add(s, rc)), zero), max);
-      const auto g = hn::Min(hn::Max(hn::ShiftRight<16>(hn::Add(s, gc)), zero), max);
-      const auto b = hn::Min(hn::Max(hn::ShiftRight<16>(hn::Add(s, bc)), zero), max);
-      return hn::Or(hn::BitCast(du, hn::Or(hn::Or(r, hn::ShiftLeft<8>(g)), hn::ShiftLeft<16>(b))),
-                    alpha_top);
-    };
+  auto centred = [&](const uint8_t* plane, size_t at) {
+    return hn::Sub(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, plane + at / 2))), uv_bias);
+  };
+  // One channel of 2n pixels in pixel order; the demotion saturates, which
+  // is the clamp to 0..255 (floor shifts before it, as the high-half
+  // narrowing does).
+  auto channel = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> chroma_part) {
+    const auto e = hn::ShiftRight<16>(hn::Add(se, chroma_part));
+    const auto o = hn::ShiftRight<16>(hn::Add(so, chroma_part));
+    return hn::DemoteTo(d8x2, hn::BitCast(d16x2, hn::Or(hn::And(e, low16), hn::ShiftLeft<16>(o))));
+  };
+  for (; x + 4 * n <= end; x += 4 * n) {
+    const auto cb0 = centred(u, x), cr0 = centred(v, x);
+    const auto cb1 = centred(u, x + 2 * n), cr1 = centred(v, x + 2 * n);
+    const auto rc0 = hn::Sub(hn::Mul(cr0, rv), black), rc1 = hn::Sub(hn::Mul(cr1, rv), black);
+    const auto gc0 = hn::Sub(hn::Add(hn::Mul(cb0, gu), hn::Mul(cr0, gv)), black);
+    const auto gc1 = hn::Sub(hn::Add(hn::Mul(cb1, gu), hn::Mul(cr1, gv)), black);
+    const auto bc0 = hn::Sub(hn::Mul(cb0, bu), black), bc1 = hn::Sub(hn::Mul(cb1, bu), black);
     for (size_t row = 0; row < 2; ++row) {
-      const auto yy = hn::BitCast(
-          d, hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(y + row * width + x))));
-      const auto aa =
-          hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(a + row * width + x)));
-      // Alpha pairs: the even byte shifted to the top, the odd byte moved there.
-      const auto pe = pixel(hn::And(yy, byte), hn::ShiftLeft<24>(aa));
-      const auto po = pixel(hn::ShiftRight<8>(yy), hn::And(hn::ShiftLeft<16>(aa), alpha_byte));
-      hn::StoreInterleaved2(pe, po, du, reinterpret_cast<uint32_t*>(rgba + 4 * (row * width + x)));
+      const auto* yrow = reinterpret_cast<const uint16_t*>(y + row * width + x);
+      const auto yy0 = hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, yrow)));
+      const auto yy1 = hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, yrow + n)));
+      const auto se0 = hn::Mul(hn::And(yy0, byte), gain), so0 = hn::Mul(hn::ShiftRight<8>(yy0), gain);
+      const auto se1 = hn::Mul(hn::And(yy1, byte), gain), so1 = hn::Mul(hn::ShiftRight<8>(yy1), gain);
+      hn::StoreInterleaved4(hn::Combine(d8x4, channel(se1, so1, rc1), channel(se0, so0, rc0)),
+                            hn::Combine(d8x4, channel(se1, so1, gc1), channel(se0, so0, gc0)),
+                            hn::Combine(d8x4, channel(se1, so1, bc1), channel(se0, so0, bc0)),
+                            hn::LoadU(d8x4, a + row * width + x), d8x4,
+                            rgba + 4 * (row * width + x));
     }
   }
   return x;
 }
+#endif  // HWY_TARGET != HWY_SCALAR
 
 void I420AToRgba(_StLanczos1p5x* ctx, const uint8_t* y, const uint8_t* u, const uint8_t* v,
                  const uint8_t* a, uint8_t* rgba, int height, int width) {
@@ -234,8 +248,13 @@ void I420AToRgba(_StLanczos1p5x* ctx, const uint8_t* y, const uint8_t* u, const 
     const uint8_t *yp = y + luma, *ap = a + luma, *up = u + chroma, *vp = v + chroma;
     uint8_t* out = rgba + 4 * luma;
     size_t x = 0;
+#if HWY_TARGET != HWY_SCALAR
     x = ToRgbaPairs(hn::ScalableTag<int32_t>(), k, yp, up, vp, ap, out, w, x, body);
     x = ToRgbaPairs(hn::CappedTag<int32_t, 4>(), k, yp, up, vp, ap, out, w, x, body);
+    x = ToRgbaPairs(hn::CappedTag<int32_t, 2>(), k, yp, up, vp, ap, out, w, x, body);
+#else
+    (void)k;
+#endif
     for (; x < cols; ++x) {
       for (size_t row = 0; row < 2; ++row) {
         uint8_t* px = out + 4 * (row * w + x);
