@@ -87,39 +87,45 @@ HWY_INLINE V WeighHigh(D d, V px, V rb_w, V g0_w, const int32_t (&q)[3]) {
 }
 
 // Columns [x, end) of a row pair, 2*Lanes(d) at a time; returns where it
-// stopped. Luma and alpha in pixel order, chroma from the even pixels of
-// the upper row.
+// stopped. Pixels 2k and 2k+1 come as lane k of two vectors; their bytes
+// travel as the two 16-bit halves of one lane until a saturating demotion
+// (the narrowing of the vector step) puts them in pixel order.
 template <class D>
 HWY_INLINE size_t ToI420APairs(D d, const ToYuvCoefs& k, const PairRows& p, size_t x,
                                size_t end) {
   const hn::Rebind<uint32_t, D> du;
   const hn::Rebind<uint8_t, D> d8;
+  const hn::Repartition<int16_t, D> d16x2;
+  const hn::Rebind<uint8_t, decltype(d16x2)> d8x2;
   const size_t n = hn::Lanes(d);
   const auto y_off = hn::Set(d, k.y_off), u_off = hn::Set(d, k.u_off), v_off = hn::Set(d, k.v_off);
   const auto y_rb = hn::Set(d, k.y.rb), y_g0 = hn::Set(d, k.y.g0);
   const auto u_rb = hn::Set(d, k.u.rb), u_g0 = hn::Set(d, k.u.g0);
   const auto v_rb = hn::Set(d, k.v.rb), v_g0 = hn::Set(d, k.v.g0);
+  const auto low16 = hn::Set(d, 0xFFFF), alpha_odd = hn::Set(d, 0xFF0000);
   const int32_t yq[3] = {k.y.q[0], k.y.q[1], k.y.q[2]}, uq[3] = {k.u.q[0], k.u.q[1], k.u.q[2]},
                 vq[3] = {k.v.q[0], k.v.q[1], k.v.q[2]};
   const size_t w = p.width;
   const uint8_t* const rgba = p.rgba;
   uint8_t *const y = p.y, *const a = p.a, *const u = p.u, *const v = p.v;
+  auto pair = [&](hn::Vec<D> even, hn::Vec<D> odd) {
+    return hn::DemoteTo(d8x2, hn::BitCast(d16x2, hn::Or(hn::And(even, low16), hn::ShiftLeft<16>(odd))));
+  };
   for (; x + 2 * n <= end; x += 2 * n) {
     for (size_t row = 0; row < 2; ++row) {
-      const auto* src = reinterpret_cast<const uint32_t*>(rgba + row * 4 * w + 4 * x);
-      const auto p0 = hn::LoadU(du, src), p1 = hn::LoadU(du, src + n);
-      uint8_t* yrow = y + row * w + x;
-      uint8_t* arow = a + row * w + x;
-      // The demotions saturate, as the narrowing of the vector step does.
-      hn::StoreU(hn::DemoteTo(d8, hn::Add(WeighHigh(d, hn::BitCast(d, p0), y_rb, y_g0, yq), y_off)), d8, yrow);
-      hn::StoreU(hn::DemoteTo(d8, hn::Add(WeighHigh(d, hn::BitCast(d, p1), y_rb, y_g0, yq), y_off)), d8, yrow + n);
-      hn::StoreU(hn::DemoteTo(d8, hn::BitCast(d, hn::ShiftRight<24>(p0))), d8, arow);
-      hn::StoreU(hn::DemoteTo(d8, hn::BitCast(d, hn::ShiftRight<24>(p1))), d8, arow + n);
+      hn::Vec<decltype(du)> pe, po;
+      hn::LoadInterleaved2(du, reinterpret_cast<const uint32_t*>(rgba + row * 4 * w + 4 * x), pe, po);
+      const auto e = hn::BitCast(d, pe), o = hn::BitCast(d, po);
+      const auto ye = hn::Add(WeighHigh(d, e, y_rb, y_g0, yq), y_off);
+      const auto yo = hn::Add(WeighHigh(d, o, y_rb, y_g0, yq), y_off);
+      hn::StoreU(pair(ye, yo), d8x2, y + row * w + x);
+      const auto alphas = hn::Or(hn::BitCast(d, hn::ShiftRight<24>(pe)),
+                                 hn::And(hn::BitCast(d, hn::ShiftRight<8>(po)), alpha_odd));
+      hn::StoreU(hn::DemoteTo(d8x2, hn::BitCast(d16x2, alphas)), d8x2, a + row * w + x);
       if (row == 0) {
         // Chroma from the block's top-left pixel only.
-        const auto tl = hn::BitCast(d, hn::ConcatEven(du, p1, p0));
-        hn::StoreU(hn::DemoteTo(d8, hn::Add(WeighHigh(d, tl, u_rb, u_g0, uq), u_off)), d8, u + x / 2);
-        hn::StoreU(hn::DemoteTo(d8, hn::Add(WeighHigh(d, tl, v_rb, v_g0, vq), v_off)), d8, v + x / 2);
+        hn::StoreU(hn::DemoteTo(d8, hn::Add(WeighHigh(d, e, u_rb, u_g0, uq), u_off)), d8, u + x / 2);
+        hn::StoreU(hn::DemoteTo(d8, hn::Add(WeighHigh(d, e, v_rb, v_g0, vq), v_off)), d8, v + x / 2);
       }
     }
   }
