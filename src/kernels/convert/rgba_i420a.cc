@@ -184,10 +184,10 @@ struct ToRgbCoefs {
 };
 
 #if HWY_TARGET != HWY_SCALAR  // one lane has no pixel pairs to pack
-// Columns [x, end) of a row pair, 4*Lanes(d) at a time (so that each
-// channel fills a whole byte vector for the 4-way interleave); returns where
-// it stopped. A chroma sample's lane serves pixels 2k and 2k+1, whose
-// results travel as the two 16-bit halves of one lane.
+// Columns [x, end) of a row pair, 2*Lanes(d) at a time; returns where it
+// stopped. A chroma sample's lane serves pixels 2k and 2k+1, whose results
+// travel as the two 16-bit halves of one lane; R with G and B with A then
+// pair up as the two bytes of 16-bit lanes, which interleave into pixels.
 template <class D>
 HWY_INLINE size_t ToRgbaPairs(D d, const ToRgbCoefs& k, const uint8_t* y, const uint8_t* u,
                               const uint8_t* v, const uint8_t* a, uint8_t* rgba, size_t width,
@@ -196,8 +196,8 @@ HWY_INLINE size_t ToRgbaPairs(D d, const ToRgbCoefs& k, const uint8_t* y, const 
   const hn::Rebind<uint16_t, D> d16;
   const hn::Rebind<uint8_t, D> d8;
   const hn::Repartition<int16_t, D> d16x2;
-  const hn::Repartition<uint8_t, D> d8x4;
-  const hn::Half<decltype(d8x4)> d8x2;
+  const hn::Repartition<uint16_t, D> du16x2;
+  const hn::Rebind<uint8_t, decltype(d16x2)> d8x2;
   const size_t n = hn::Lanes(d);
   // Every constant in a register before the loop: the byte stores may alias
   // anything, k included. The luma black level joins the chroma terms:
@@ -206,35 +206,28 @@ HWY_INLINE size_t ToRgbaPairs(D d, const ToRgbCoefs& k, const uint8_t* y, const 
   const auto gain = hn::Set(d, k.gain), black = hn::Set(d, k.gain * k.bias);
   const auto uv_bias = hn::Set(d, k.uv_bias), rv = hn::Set(d, k.rv), gu = hn::Set(d, k.gu),
              gv = hn::Set(d, k.gv), bu = hn::Set(d, k.bu);
-  auto centred = [&](const uint8_t* plane, size_t at) {
-    return hn::Sub(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, plane + at / 2))), uv_bias);
-  };
-  // One channel of 2n pixels in pixel order; the demotion saturates, which
-  // is the clamp to 0..255 (floor shifts before it, as the high-half
-  // narrowing does).
+  const auto zero16 = hn::Zero(d16x2), max16 = hn::Set(d16x2, 255);
+  // One channel of 2n pixels in pixel order, floor-shifted and clamped.
   auto channel = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> chroma_part) {
     const auto e = hn::ShiftRight<16>(hn::Add(se, chroma_part));
     const auto o = hn::ShiftRight<16>(hn::Add(so, chroma_part));
-    return hn::DemoteTo(d8x2, hn::BitCast(d16x2, hn::Or(hn::And(e, low16), hn::ShiftLeft<16>(o))));
+    const auto both = hn::BitCast(d16x2, hn::Or(hn::And(e, low16), hn::ShiftLeft<16>(o)));
+    return hn::BitCast(du16x2, hn::Min(hn::Max(both, zero16), max16));
   };
-  for (; x + 4 * n <= end; x += 4 * n) {
-    const auto cb0 = centred(u, x), cr0 = centred(v, x);
-    const auto cb1 = centred(u, x + 2 * n), cr1 = centred(v, x + 2 * n);
-    const auto rc0 = hn::Sub(hn::Mul(cr0, rv), black), rc1 = hn::Sub(hn::Mul(cr1, rv), black);
-    const auto gc0 = hn::Sub(hn::Add(hn::Mul(cb0, gu), hn::Mul(cr0, gv)), black);
-    const auto gc1 = hn::Sub(hn::Add(hn::Mul(cb1, gu), hn::Mul(cr1, gv)), black);
-    const auto bc0 = hn::Sub(hn::Mul(cb0, bu), black), bc1 = hn::Sub(hn::Mul(cb1, bu), black);
+  for (; x + 2 * n <= end; x += 2 * n) {
+    const auto cb = hn::Sub(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, u + x / 2))), uv_bias);
+    const auto cr = hn::Sub(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, v + x / 2))), uv_bias);
+    const auto rc = hn::Sub(hn::Mul(cr, rv), black);
+    const auto gc = hn::Sub(hn::Add(hn::Mul(cb, gu), hn::Mul(cr, gv)), black);
+    const auto bc = hn::Sub(hn::Mul(cb, bu), black);
     for (size_t row = 0; row < 2; ++row) {
-      const auto* yrow = reinterpret_cast<const uint16_t*>(y + row * width + x);
-      const auto yy0 = hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, yrow)));
-      const auto yy1 = hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, yrow + n)));
-      const auto se0 = hn::Mul(hn::And(yy0, byte), gain), so0 = hn::Mul(hn::ShiftRight<8>(yy0), gain);
-      const auto se1 = hn::Mul(hn::And(yy1, byte), gain), so1 = hn::Mul(hn::ShiftRight<8>(yy1), gain);
-      hn::StoreInterleaved4(hn::Combine(d8x4, channel(se1, so1, rc1), channel(se0, so0, rc0)),
-                            hn::Combine(d8x4, channel(se1, so1, gc1), channel(se0, so0, gc0)),
-                            hn::Combine(d8x4, channel(se1, so1, bc1), channel(se0, so0, bc0)),
-                            hn::LoadU(d8x4, a + row * width + x), d8x4,
-                            rgba + 4 * (row * width + x));
+      const auto yy = hn::BitCast(
+          d, hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(y + row * width + x))));
+      const auto se = hn::Mul(hn::And(yy, byte), gain), so = hn::Mul(hn::ShiftRight<8>(yy), gain);
+      const auto alpha = hn::PromoteTo(du16x2, hn::LoadU(d8x2, a + row * width + x));
+      const auto rg = hn::Or(channel(se, so, rc), hn::ShiftLeft<8>(channel(se, so, gc)));
+      const auto ba = hn::Or(channel(se, so, bc), hn::ShiftLeft<8>(alpha));
+      hn::StoreInterleaved2(rg, ba, du16x2, reinterpret_cast<uint16_t*>(rgba + 4 * (row * width + x)));
     }
   }
   return x;
@@ -257,7 +250,6 @@ void I420AToRgba(_StLanczos1p5x* ctx, const uint8_t* y, const uint8_t* u, const 
 #if HWY_TARGET != HWY_SCALAR
     x = ToRgbaPairs(hn::ScalableTag<int32_t>(), k, yp, up, vp, ap, out, w, x, body);
     x = ToRgbaPairs(hn::CappedTag<int32_t, 4>(), k, yp, up, vp, ap, out, w, x, body);
-    x = ToRgbaPairs(hn::CappedTag<int32_t, 2>(), k, yp, up, vp, ap, out, w, x, body);
 #else
     (void)k;
 #endif
