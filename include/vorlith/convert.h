@@ -37,12 +37,16 @@ VORLITH_API void CvtF32ToU8_STRIDE(float* src, unsigned char* dst, int H, int W,
 // pairs, so an odd height's last row is not converted and a height below 2
 // writes nothing. Columns: 16*(width/16) by vector, then (width/2)%8 pairs.
 //
-// Odd widths: the last column of every row is left out, and each row pair
-// starts one pixel earlier than the one before it would in a packed layout
-// (pair p at pixel p*(2*width-1) of the RGBA rows and the Y and A planes;
-// chroma rows stay width/2 apart). Nothing is read or written past the
-// buffers below, but the rows after the first pair are shifted: use even
-// widths.
+// The context must hold what InitLanczos1p5x stores: the vector columns read
+// its coefficients, the tails their immediate copies (any other values give
+// the vector columns other results than the tails).
+//
+// Odd widths: the last column of every row is left out, and the row
+// pointers advance by the columns converted plus one row, so each row pair
+// starts one pixel earlier than a packed layout would put it (pair p at
+// pixel p*(2*width-1) of the RGBA rows and of the Y and A planes; chroma
+// rows stay width/2 apart). Nothing is read or written past the buffers
+// below, but every pair after the first is shifted: use even widths.
 
 // RGBA to one I420A block: with P = width*height (32-bit), Y at 0, U at P,
 // V at (P*5)/4, A at (P*3)/2; strides width, width/2, width/2, width.
@@ -137,6 +141,16 @@ VORLITH_API void RGBA2RGBA_CAL_dB_NEON(_StLanczos1p5x* ctx, int32x4 const* rgb, 
 //
 // Context-free, width before height, byte strides. 4:2:0 chroma: one U and
 // one V per 2x2 luma block, repeated over the block (nearest neighbour).
+//
+// The worked values quoted in this header (white, black, grey, red, the
+// 254 of Y 235 back to RGB, the 126 of the grey merge, the padding of
+// yuvcpy, the partial swap of CvtRGBtoRGBA_lanczos) all follow from the
+// formulas, which hold wherever a value and a formula could disagree; they
+// are tested as literal bytes. Sizes the formulas leave open are decided
+// here: odd widths of the Q16 conversions shift later row pairs (above),
+// yuvcpy with a height below 2 writes nothing (rather than copying the row
+// before dst into the bottom edge), and the YUV to RGB converters convert
+// every column of an odd width.
 
 // 4:2:0 to packed pixels V, U, Y, 255 (bytes 0..3) in a destination of
 // dstWidth x dstHeight pixels, dstStride bytes a row. Luma rows go in pairs
