@@ -309,140 +309,83 @@ Row RgbToRgba() {
 }
 
 // ---- Vector steps ----
-// Lanes of 4-lane inputs: R, G, B of pixels as 32-bit lanes (0..255, or any
-// value for `wide`).
-int32x4 Vector(Case& c, bool wide, int lo = 0, int hi = 255) {
-  int32_t l[4];
-  for (int32_t& v : l) v = wide ? static_cast<int32_t>(c.rng()) : Uniform(c.rng, lo, hi);
-  int32x4 out;
-  std::memcpy(static_cast<void*>(&out), l, 16);
-  return out;
-}
-int32_t LaneOf(const int32x4* v, int i) {
-  int32_t x;
-  std::memcpy(&x, reinterpret_cast<const char*>(v) + 4 * i, 4);
+// Each exported step once, chained as a driver would chain them, on 8
+// random pixels: the loaders are checked through the steps they feed.
+template <class T>
+T Lane(const void* vectors, int i) {
+  T x;
+  std::memcpy(&x, static_cast<const char*>(vectors) + sizeof(T) * i, sizeof(T));
   return x;
 }
 
-Row Step(const char* name, std::function<void(Case&)> make) {
-  Row row{name, {}, {{}}, [](std::mt19937&) { return Params{}; }, nullptr, false};
-  row.make = [make](const Params&, Case& c) { make(c); };
-  return row;
-}
-
-void AddSteps(std::vector<Row>& rows) {
-  using Loader = void (*)(unsigned char*, int32x4*, unsigned char*);
-  const std::pair<const char*, Loader> loaders[] = {
-      {"u8_4x_to_s32_NEON_8LEN", u8_4x_to_s32_NEON_8LEN},
-      {"u8_4x_to_RGBs32_Au8_NEON_8LEN", u8_4x_to_RGBs32_Au8_NEON_8LEN}};
-  for (const auto& [name, loader] : loaders) {
-    rows.push_back(Step(name, [call = loader](Case& c) {
-      uint8_t* src = c.RandomBytes(32);
-      c.Out<int32_t>(26, 4);
-      for (int v = 0; v < 6; ++v) {
-        for (int i = 0; i < 4; ++i) c.Want<int32_t>(4 * v + i, src[4 * (v % 2 * 4 + i) + v / 2]);
-      }
-      for (int i = 0; i < 8; ++i) c.Want<uint8_t>(96 + i, src[4 * i + 3]);
-      c.run = [=](void* out) {
-        call(src, static_cast<int32x4*>(out), static_cast<uint8_t*>(out) + 96);
-      };
-    }));
-  }
-  // rgb[] lanes: pixel i of 8 is rgb[2c + i/4] lane i%4; of 4, rgb[c] lane i.
-  rows.push_back(Step("RGBA2I420A_NEON_CAL_Y", [](Case& c) {
-    int32x4* rgb = c.In<int32x4>(6);
-    for (int v = 0; v < 6; ++v) rgb[v] = Vector(c, false);
-    c.Out<uint8_t>(8, 8);
-    for (int i = 0; i < 8; ++i) {
-      const int h = i / 4, l = i % 4;
-      c.Want(i, oracle::Luma601(LaneOf(rgb + h, l), LaneOf(rgb + 2 + h, l), LaneOf(rgb + 4 + h, l)));
-    }
-    _StLanczos1p5x* ctx = c.Context();
-    c.run = [=](void* out) { RGBA2I420A_NEON_CAL_Y(ctx, rgb, static_cast<uint8_t*>(out)); };
-  }));
-  rows.push_back(Step("RGBA2I420A_NEON_CAL_UV", [](Case& c) {
-    int32x4* rgb = c.In<int32x4>(3);
-    for (int v = 0; v < 3; ++v) rgb[v] = Vector(c, false);
-    c.Out<int16_t>(8, 4);
-    for (int i = 0; i < 8; ++i) {
-      c.Want(i, int16_t(oracle::ChromaSum601(i >= 4, LaneOf(rgb, i % 4), LaneOf(rgb + 1, i % 4),
-                                             LaneOf(rgb + 2, i % 4))));
-    }
-    _StLanczos1p5x* ctx = c.Context();
-    c.run = [=](void* out) { RGBA2I420A_NEON_CAL_UV(ctx, rgb, *static_cast<int16x8*>(out)); };
-  }));
-  rows.push_back(Step("To_s16", [](Case& c) {
+Row Steps(bool q20) {
+  Row row{q20 ? "RGBA2RGBA_steps" : "RGBA2I420A_I420A2RGBA_steps", {"colours"}, {{0}, {1}},
+          [](std::mt19937& rng) { return Params{Uniform(rng, 0, 1)}; }, nullptr, false};
+  row.make = [q20](const Params& p, Case& c) {
+    uint8_t* px = Samples(c, 32, p[0], 4);
+    uint8_t* yuv = Samples(c, 24, p[0], 1);  // 8 Y, 8 U, 8 V
     int32x4* in = c.In<int32x4>(2);
-    in[0] = Vector(c, true);
-    in[1] = Vector(c, true);
-    c.Out<int16_t>(8, 8);
-    for (int i = 0; i < 8; ++i) c.Want(i, int16_t(uint32_t(LaneOf(in, i)) >> 16));
-    c.run = [=](void* out) { To_s16(in[0], in[1], *static_cast<int16x8*>(out)); };
-  }));
-  rows.push_back(Step("Y_u8_to_s32_NEON_8LEN", [](Case& c) {
-    uint8_t* y = c.RandomBytes(8);
-    c.Out<int32_t>(8, 4);
-    for (int i = 0; i < 8; ++i) c.Want(i, int32_t{76284} * (y[i] - 16));
-    _StLanczos1p5x* ctx = c.Context();
-    c.run = [=](void* out) {
-      auto* o = static_cast<int32x4*>(out);
-      Y_u8_to_s32_NEON_8LEN(ctx, y, o[0], o[1]);
+    for (int i = 0; i < 8; ++i) std::memcpy(reinterpret_cast<char*>(in) + 4 * i, px + 4 * i, 4);
+    auto want_rgb = [&](auto&& want) {
+      for (int i = 0; i < 8; ++i) want(i, px[4 * i], px[4 * i + 1], px[4 * i + 2]);
     };
-  }));
-  rows.push_back(Step("UV_u8_to_s32_NEON_8LEN", [](Case& c) {
-    uint8_t* uv = c.RandomBytes(8);
-    c.Out<int32_t>(8, 4);
-    for (int i = 0; i < 8; ++i) c.Want(i, int32_t{uv[i]} - 128);
     _StLanczos1p5x* ctx = c.Context();
-    c.run = [=](void* out) {
-      auto* o = static_cast<int32x4*>(out);
-      UV_u8_to_s32_NEON_8LEN(ctx, uv, o[0], o[1]);
-    };
-  }));
-  rows.push_back(Step("I420A2RGBA_NEON_CAL", [](Case& c) {
-    int32x4* in = c.In<int32x4>(3);
-    in[0] = Vector(c, false, -16 * 76284, 239 * 76284);
-    in[1] = Vector(c, false, -128, 127);
-    in[2] = Vector(c, false, -128, 127);
-    c.Out<int16_t>(12, 4);
+    if (q20) {  // luma floats, dR, dG, dB, alpha bytes
+      c.Out<int32_t>(36, 8);  // a multiple of 16 bytes keeps the vectors aligned
+      want_rgb([&](int i, int r, int g, int b) {
+        c.Want<float>(i, float(oracle::SplitLuma(r, g, b)));
+        for (int ch = 0; ch < 3; ++ch) c.Want<int32_t>(8 * (ch + 1) + i, oracle::SplitDiff(ch, r, g, b));
+        c.Want<uint8_t>(128 + i, px[4 * i + 3]);
+      });
+      c.run = [=](void* out) {
+        int32x4 rgb[6];
+        auto* o = static_cast<int32x4*>(out);
+        u8_4x_to_RGBs32_Au8_NEON_8LEN(px, rgb, static_cast<uint8_t*>(out) + 128);
+        for (int h = 0; h < 2; ++h) {
+          const int32x4 half[3] = {rgb[h], rgb[2 + h], rgb[4 + h]};
+          RGBA2RGBA_CAL_dY_NEON(ctx, half, reinterpret_cast<float32x4*>(o)[h]);
+          RGBA2RGBA_CAL_dR_NEON(ctx, half, o[2 + h]);
+          RGBA2RGBA_CAL_dG_NEON(ctx, half, o[4 + h]);
+          RGBA2RGBA_CAL_dB_NEON(ctx, half, o[6 + h]);
+        }
+      };
+      return;
+    }
+    // Y and A bytes, U then V sums of pixels 0..7 (no offset, 16 bits),
+    // To_s16 of `in`, and the unclamped R, G, B of 4 pixels from Y, U, V.
+    c.Out<uint8_t>(96, 16);
+    want_rgb([&](int i, int r, int g, int b) {
+      c.Want(i, oracle::Luma601(r, g, b));
+      c.Want(8 + i, px[4 * i + 3]);
+      c.Want<int16_t>(8 + i % 4 + i / 4 * 8, int16_t(oracle::ChromaSum601(false, r, g, b)));
+      c.Want<int16_t>(12 + i % 4 + i / 4 * 8, int16_t(oracle::ChromaSum601(true, r, g, b)));
+      c.Want<int16_t>(24 + i, int16_t(Lane<uint32_t>(in, i) >> 16));
+    });
     for (int i = 0; i < 4; ++i) {
-      const int64_t k = LaneOf(in, i), d = LaneOf(in + 1, i), e = LaneOf(in + 2, i);
+      const int64_t k = 76284LL * (yuv[i] - 16), d = yuv[8 + i] - 128, e = yuv[16 + i] - 128;
       const int64_t sums[3] = {k + 104595 * e, k - 25625 * d - 53281 * e, k + 132252 * d};
       for (int ch = 0; ch < 3; ++ch) {
-        c.Want(4 * ch + i, int16_t(std::floor(static_cast<double>(sums[ch]) / 65536)));
+        c.Want<int16_t>(36 + 4 * ch + i, int16_t(std::floor(double(sums[ch]) / 65536)));
       }
     }
-    _StLanczos1p5x* ctx = c.Context();
-    c.run = [=](void* out) { I420A2RGBA_NEON_CAL(ctx, in[0], in[1], in[2], static_cast<short*>(out)); };
-  }));
-  rows.push_back(Step("RGBA2RGBA_CAL_dY_NEON", [](Case& c) {
-    int32x4* rgb = c.In<int32x4>(3);
-    for (int v = 0; v < 3; ++v) rgb[v] = Vector(c, false);
-    c.Out<float>(4, 4);
-    for (int i = 0; i < 4; ++i) {
-      c.Want(i, float(oracle::SplitLuma(LaneOf(rgb, i), LaneOf(rgb + 1, i), LaneOf(rgb + 2, i))));
-    }
-    _StLanczos1p5x* ctx = c.Context();
-    c.run = [=](void* out) { RGBA2RGBA_CAL_dY_NEON(ctx, rgb, *static_cast<float32x4*>(out)); };
-  }));
-  using DiffStep = void (*)(_StLanczos1p5x*, int32x4 const*, int32x4&);
-  const std::pair<const char*, DiffStep> diffs[] = {{"RGBA2RGBA_CAL_dR_NEON", RGBA2RGBA_CAL_dR_NEON},
-                                                    {"RGBA2RGBA_CAL_dG_NEON", RGBA2RGBA_CAL_dG_NEON},
-                                                    {"RGBA2RGBA_CAL_dB_NEON", RGBA2RGBA_CAL_dB_NEON}};
-  for (int ch = 0; ch < 3; ++ch) {
-    rows.push_back(Step(diffs[ch].first, [ch, call = diffs[ch].second](Case& c) {
-      int32x4* rgb = c.In<int32x4>(3);
-      for (int v = 0; v < 3; ++v) rgb[v] = Vector(c, false);
-      c.Out<int32_t>(4, 4);
-      for (int i = 0; i < 4; ++i) {
-        c.Want(i, oracle::SplitDiff(ch, LaneOf(rgb, i), LaneOf(rgb + 1, i), LaneOf(rgb + 2, i)));
+    c.run = [=](void* out) {
+      auto* o = static_cast<uint8_t*>(out);
+      int32x4 rgb[6], k[2], d[2], e[2];
+      u8_4x_to_s32_NEON_8LEN(px, rgb, o + 8);
+      RGBA2I420A_NEON_CAL_Y(ctx, rgb, o);
+      for (int h = 0; h < 2; ++h) {
+        const int32x4 half[3] = {rgb[h], rgb[2 + h], rgb[4 + h]};
+        RGBA2I420A_NEON_CAL_UV(ctx, half, reinterpret_cast<int16x8*>(o)[1 + h]);
       }
-      _StLanczos1p5x* ctx = c.Context();
-      c.run = [=](void* out) { call(ctx, rgb, *static_cast<int32x4*>(out)); };
-    }));
-  }
+      To_s16(in[0], in[1], reinterpret_cast<int16x8*>(o)[3]);
+      Y_u8_to_s32_NEON_8LEN(ctx, yuv, k[0], k[1]);
+      UV_u8_to_s32_NEON_8LEN(ctx, yuv + 8, d[0], d[1]);
+      UV_u8_to_s32_NEON_8LEN(ctx, yuv + 16, e[0], e[1]);
+      I420A2RGBA_NEON_CAL(ctx, k[0], d[0], e[0], reinterpret_cast<short*>(o + 72));
+    };
+  };
+  return row;
 }
-
 
 // The documented worked examples, as literal bytes, through the kernels on
 // every target (vector columns and tails alike); each agrees with its
@@ -547,7 +490,8 @@ std::vector<Row> ConvertRows() {
   std::vector<Row> rows = {RgbaToI420a(), I420aToRgba(), Split(),        Merge(),
                            Yuvcpy(),      Crop(),        YuvToRgb(false), YuvToRgb(true),
                            RgbToRgba(),   WorkedExamples()};
-  AddSteps(rows);
+  rows.push_back(Steps(false));
+  rows.push_back(Steps(true));
   return rows;
 }
 
