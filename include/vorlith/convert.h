@@ -165,7 +165,7 @@ VORLITH_API void RGBA2RGBA_CAL_dB_NEON(_StLanczos1p5x* ctx, int32x4 const* rgb, 
 // it: luma rows need width+1 readable bytes and destination rows room for
 // width+1+min(dstWidth-width, 3) pixels. An odd height's last row is not
 // converted, and the bottom edge starts on it. A height below 2 or a width
-// below 1 writes nothing (not even the bottom edge).
+// below 1 writes nothing (not even the bottom edge). Strides are positive.
 VORLITH_API void yuvcpy(unsigned char* y, int width, int height, int yStride, unsigned char* uv,
                         int uvWidth, int uvHeight, int uvStride, unsigned char* dst,
                         int dstWidth, int dstHeight, int dstStride, bool interleaved);
