@@ -22,6 +22,7 @@ std::vector<Row> AllRows() {
   std::vector<Row> rows = vorlith::check::ResampleRows();
   for (Row& r : vorlith::check::PlaneRows()) rows.push_back(std::move(r));
   for (Row& r : vorlith::check::FilterRows()) rows.push_back(std::move(r));
+  for (Row& r : vorlith::check::ConvertRows()) rows.push_back(std::move(r));
   return rows;
 }
 

@@ -20,8 +20,10 @@ template <class DI, class VF>
 HWY_INLINE hn::Vec<DI> TruncToI32Sat(DI di, VF x) {
   const hn::Rebind<float, DI> df;
   const auto too_big = hn::Ge(x, hn::Set(df, 2147483648.0f));
-  // Clear NaN first: x86 min/max return their second operand for NaN.
-  VF safe = hn::IfThenZeroElse(hn::Ne(x, x), x);
+  // Clear NaN first: x86 min/max return their second operand for NaN. Eq,
+  // not Ne: Highway 1.0.3's 256- and 512-bit Ne is an ordered compare, false
+  // for NaN.
+  VF safe = hn::IfThenElseZero(hn::Eq(x, x), x);
   // 2147483520 is the largest float below 2^31, so the conversion below never
   // leaves the int32 range on any target.
   safe = hn::Min(hn::Max(safe, hn::Set(df, -2147483648.0f)), hn::Set(df, 2147483520.0f));

@@ -80,7 +80,6 @@ int64_t ResampleAcc(Resampler r, const uint8_t* plane, int stride, int step, int
 // double-precision remainder rule.
 uint8_t ResampleRound(int32_t acc, bool block);
 
-
 // ---- Filters ----
 // 3x3 box sum at (y, x) of a plane, edges replicated; guide sums wrap to int16.
 int BoxSum(const uint8_t* plane, int height, int width, int y, int x);
@@ -98,6 +97,23 @@ int16_t LaplacePixel(const uint8_t* plane, int height, int width, int y, int x);
 uint8_t BilateralPixel(const uint8_t* plane, int height, int width, int y, int x, bool vector);
 float DetailPixel(int p, int s);
 uint8_t SharpenPixel(float detail, float gain, int p, bool vector);
+// ---- Colour conversions ----
+// RGB to limited-range Y, Cb, Cr (Q16, truncating).
+uint8_t Luma601(int r, int g, int b);
+uint8_t Cb601(int r, int g, int b);
+uint8_t Cr601(int r, int g, int b);
+// The same sums without their offsets, floor-divided by 2^16 (the vector
+// steps' high halves).
+int ChromaSum601(bool v, int r, int g, int b);
+// Y, Cb, Cr to R, G, B: Q16 without rounding, or Q20 with the rounding half
+// and Y below 16 counted as 16; clamped to 0..255.
+void Rgb601Q16(int y, int u, int v, uint8_t* rgb);
+void Rgb601Q20(int y, int u, int v, uint8_t* rgb);
+// Luma-ratio split: luma level, and difference c (0 R, 1 G, 2 B) in Q20.
+int SplitLuma(int r, int g, int b);
+int32_t SplitDiff(int c, int r, int g, int b);
+// Luma-ratio merge of one channel: integer add (`body`) or float add.
+uint8_t MergeChannel(float luma, int32_t diff, bool body);
 
 }  // namespace vorlith::oracle
 

@@ -98,6 +98,7 @@ inline void PrintTo(const Row& row, std::ostream* os) { *os << row.name; }
 std::vector<Row> ResampleRows();
 std::vector<Row> PlaneRows();
 std::vector<Row> FilterRows();
+std::vector<Row> ConvertRows();
 
 }  // namespace vorlith::check
 

@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstring>
 
+#include "src/kernels/convert/colour_coefficients.h"
+
 // The record's layout is part of the ABI: hosts compiled against one release
 // must keep working with the next.
 static_assert(offsetof(_StLanczos1p5x, rowIndex) == 0);
@@ -55,43 +57,44 @@ void FreeIfSet(unsigned char* p) {
 }  // namespace
 
 void InitLanczos1p5x(_StLanczos1p5x* ctx) {
-  Splat(&ctx->yCoefR, int32_t{16843});
-  Splat(&ctx->yCoefG, int32_t{33030});
-  Splat(&ctx->yCoefB, int32_t{6423});
-  Splat(&ctx->yOffset, int16_t{16});
-  Splat(&ctx->uCoefR, int32_t{-9699});
-  Splat(&ctx->uCoefG, int32_t{-19071});
-  Splat(&ctx->uCoefB, int32_t{28770});
-  Splat(&ctx->uOffset, int16_t{128});
-  Splat(&ctx->vCoefR, int32_t{28770});
-  Splat(&ctx->vCoefG, int32_t{-24117});
-  Splat(&ctx->vCoefB, int32_t{-4653});
-  Splat(&ctx->vOffset, int16_t{128});
+  namespace c = vorlith::colour;
+  Splat(&ctx->yCoefR, c::kYR);
+  Splat(&ctx->yCoefG, c::kYG);
+  Splat(&ctx->yCoefB, c::kYB);
+  Splat(&ctx->yOffset, int16_t{c::kYOffset});
+  Splat(&ctx->uCoefR, c::kUR);
+  Splat(&ctx->uCoefG, c::kUG);
+  Splat(&ctx->uCoefB, c::kUB);
+  Splat(&ctx->uOffset, int16_t{c::kUOffset});
+  Splat(&ctx->vCoefR, c::kVR);
+  Splat(&ctx->vCoefG, c::kVG);
+  Splat(&ctx->vCoefB, c::kVB);
+  Splat(&ctx->vOffset, int16_t{c::kVOffset});
 
-  Splat(&ctx->yGain, int32_t{76284});
-  Splat(&ctx->rCoefV, int32_t{104595});
-  Splat(&ctx->gCoefU, int32_t{-25625});
-  Splat(&ctx->gCoefV, int32_t{-53281});
-  Splat(&ctx->bCoefU, int32_t{132252});
-  Splat(&ctx->yBias, int16_t{16});
-  Splat(&ctx->uvBias, uint8_t{128});
+  Splat(&ctx->yGain, c::kYGain);
+  Splat(&ctx->rCoefV, c::kRV);
+  Splat(&ctx->gCoefU, c::kGU);
+  Splat(&ctx->gCoefV, c::kGV);
+  Splat(&ctx->bCoefU, c::kBU);
+  Splat(&ctx->yBias, int16_t{c::kYBias});
+  Splat(&ctx->uvBias, uint8_t{c::kUVBias});
 
-  Splat(&ctx->yCoefR20, int32_t{269484});
-  Splat(&ctx->yCoefG20, int32_t{528482});
-  Splat(&ctx->yCoefB20, int32_t{102760});
-  Splat(&ctx->yOffset20, int32_t{16 << 20});
-  Splat(&ctx->dRCoefR, int32_t{734678});
-  Splat(&ctx->dRCoefG, int32_t{-615858});
-  Splat(&ctx->dRCoefB, int32_t{-118820});
-  Splat(&ctx->dROffset, int32_t{-(76284 * 256) + 16});
-  Splat(&ctx->dGCoefR, int32_t{-313565});
-  Splat(&ctx->dGCoefG, int32_t{433025});
-  Splat(&ctx->dGCoefB, int32_t{-119460});
-  Splat(&ctx->dGOffset, int32_t{-(76284 * 256) + 32});
-  Splat(&ctx->dBCoefR, int32_t{-313172});
-  Splat(&ctx->dBCoefG, int32_t{-615764});
-  Splat(&ctx->dBCoefB, int32_t{928936});
-  Splat(&ctx->dBOffset, int32_t{-(76284 * 256)});
+  Splat(&ctx->yCoefR20, c::kYR20);
+  Splat(&ctx->yCoefG20, c::kYG20);
+  Splat(&ctx->yCoefB20, c::kYB20);
+  Splat(&ctx->yOffset20, c::kYOffset20);
+  Splat(&ctx->dRCoefR, c::kDR[0]);
+  Splat(&ctx->dRCoefG, c::kDR[1]);
+  Splat(&ctx->dRCoefB, c::kDR[2]);
+  Splat(&ctx->dROffset, c::kDR[3]);
+  Splat(&ctx->dGCoefR, c::kDG[0]);
+  Splat(&ctx->dGCoefG, c::kDG[1]);
+  Splat(&ctx->dGCoefB, c::kDG[2]);
+  Splat(&ctx->dGOffset, c::kDG[3]);
+  Splat(&ctx->dBCoefR, c::kDB[0]);
+  Splat(&ctx->dBCoefG, c::kDB[1]);
+  Splat(&ctx->dBCoefB, c::kDB[2]);
+  Splat(&ctx->dBOffset, c::kDB[3]);
 
   SplatTaps(ctx->tapsLanczos2x, kLanczos2x);
   SplatTaps(ctx->tapsLanczos1p5xA, kLanczos1p5xA);

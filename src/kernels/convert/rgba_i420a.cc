@@ -1,0 +1,285 @@
+// RGBA to I420 with alpha and back. Vector steps take the coefficients from
+// the kernel context, the scalar tails from colour_coefficients.h; the
+// arithmetic (floor shifts, clamps) is the same, so every column of a row
+// pair gets the same bytes whichever path converts it. Pixels are handled
+// as 32-bit lanes (R in the low byte), chroma sample k with pixels 2k, 2k+1.
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "src/kernels/convert/rgba_i420a.cc"
+#include <hwy/foreach_target.h>  // IWYU pragma: keep
+#include <hwy/highway.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "src/kernels/convert/convert_pixels.h"
+#include "src/kernels/convert/lane0.h"
+#include "vorlith/convert.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace vorlith {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+// Where one row pair lives; the second row is one packed row below.
+struct PairRows {
+  const uint8_t* rgba;
+  uint8_t* y;
+  uint8_t* a;
+  uint8_t* u;
+  uint8_t* v;
+  size_t width;
+};
+
+// One weighted sum of R, G, B, in the form the 16-bit pairwise multiply-add
+// takes: each weight c = 65536 q + r with r a 16-bit value. Pixels are
+// 32-bit lanes; R, B and G, A are their even and odd bytes, so two pairwise
+// products of (R, B) and (G, A) give the sum of the r parts exactly, and
+// floor(sum / 65536) = floor(r part / 65536) + qR R + qG G + qB B. Y's G
+// weight (33030) is the one with q = 1.
+struct Weights {
+  int32_t c[3];      // the weights as the context holds them
+  int32_t rb, g0;    // (rR, rB) and (rG, 0) as 16-bit pairs
+  int32_t q[3];
+};
+
+Weights SplitWeights(int32_t r, int32_t g, int32_t b) {
+  Weights w{{r, g, b}, 0, 0, {0, 0, 0}};
+  int32_t low[3];
+  for (int i = 0; i < 3; ++i) {
+    low[i] = static_cast<int16_t>(static_cast<uint16_t>(w.c[i]));
+    w.q[i] = static_cast<int32_t>((int64_t{w.c[i]} - low[i]) / 65536);
+  }
+  w.rb = static_cast<int32_t>((static_cast<uint32_t>(low[2]) << 16) | static_cast<uint16_t>(low[0]));
+  w.g0 = static_cast<uint16_t>(low[1]);
+  return w;
+}
+
+struct ToYuvCoefs {
+  Weights y, u, v;
+  int32_t y_off, u_off, v_off;
+};
+
+#if HWY_TARGET != HWY_SCALAR  // one lane has no pairs to multiply and add
+// floor((cR R + cG G + cB B) / 65536) of pixels held as 32-bit lanes, with
+// the weights' pairs already in vectors (the stores below are bytes, which
+// may alias anything, so nothing is read from memory in the loop).
+template <class D, class V = hn::Vec<D>>
+HWY_INLINE V WeighHigh(D d, V px, V rb_w, V g0_w, const int32_t (&q)[3]) {
+  const hn::Repartition<int16_t, D> d16;
+  const auto mask = hn::Set(d, 0x00FF00FF);
+  const auto rb = hn::And(px, mask), ga = hn::And(hn::ShiftRight<8>(px), mask);
+  auto odd = hn::Zero(d);
+  auto even = hn::ReorderWidenMulAccumulate(d, hn::BitCast(d16, rb), hn::BitCast(d16, rb_w),
+                                            hn::Zero(d), odd);
+  even = hn::ReorderWidenMulAccumulate(d, hn::BitCast(d16, ga), hn::BitCast(d16, g0_w), even, odd);
+  auto high = hn::ShiftRight<16>(hn::RearrangeToOddPlusEven(even, odd));
+  if (q[1] != 0) {
+    const auto g = hn::And(ga, hn::Set(d, 0xFFFF));
+    high = hn::Add(high, q[1] == 1 ? g : hn::Mul(g, hn::Set(d, q[1])));
+  }
+  if ((q[0] | q[2]) != 0) {
+    high = hn::Add(high, hn::Add(hn::Mul(hn::And(rb, hn::Set(d, 0xFF)), hn::Set(d, q[0])),
+                                 hn::Mul(hn::ShiftRight<16>(rb), hn::Set(d, q[2]))));
+  }
+  return high;
+}
+
+// Columns [x, end) of a row pair, 2*Lanes(d) at a time; returns where it
+// stopped. Pixels 2k and 2k+1 come as lane k of two vectors; their bytes
+// travel as the two 16-bit halves of one lane until a saturating demotion
+// (the narrowing of the vector step) puts them in pixel order.
+template <class D>
+HWY_INLINE size_t ToI420APairs(D d, const ToYuvCoefs& k, const PairRows& p, size_t x,
+                               size_t end) {
+  const hn::Rebind<uint32_t, D> du;
+  const hn::Rebind<uint8_t, D> d8;
+  const hn::Repartition<int16_t, D> d16x2;
+  const hn::Rebind<uint8_t, decltype(d16x2)> d8x2;
+  const size_t n = hn::Lanes(d);
+  const auto y_off = hn::Set(d, k.y_off), u_off = hn::Set(d, k.u_off), v_off = hn::Set(d, k.v_off);
+  const auto y_rb = hn::Set(d, k.y.rb), y_g0 = hn::Set(d, k.y.g0);
+  const auto u_rb = hn::Set(d, k.u.rb), u_g0 = hn::Set(d, k.u.g0);
+  const auto v_rb = hn::Set(d, k.v.rb), v_g0 = hn::Set(d, k.v.g0);
+  const auto low16 = hn::Set(d, 0xFFFF), alpha_odd = hn::Set(d, 0xFF0000);
+  const int32_t yq[3] = {k.y.q[0], k.y.q[1], k.y.q[2]}, uq[3] = {k.u.q[0], k.u.q[1], k.u.q[2]},
+                vq[3] = {k.v.q[0], k.v.q[1], k.v.q[2]};
+  const size_t w = p.width;
+  const uint8_t* const rgba = p.rgba;
+  uint8_t *const y = p.y, *const a = p.a, *const u = p.u, *const v = p.v;
+  auto pair = [&](hn::Vec<D> even, hn::Vec<D> odd) {
+    return hn::DemoteTo(d8x2, hn::BitCast(d16x2, hn::Or(hn::And(even, low16), hn::ShiftLeft<16>(odd))));
+  };
+  for (; x + 2 * n <= end; x += 2 * n) {
+    for (size_t row = 0; row < 2; ++row) {
+      hn::Vec<decltype(du)> pe, po;
+      hn::LoadInterleaved2(du, reinterpret_cast<const uint32_t*>(rgba + row * 4 * w + 4 * x), pe, po);
+      const auto e = hn::BitCast(d, pe), o = hn::BitCast(d, po);
+      const auto ye = hn::Add(WeighHigh(d, e, y_rb, y_g0, yq), y_off);
+      const auto yo = hn::Add(WeighHigh(d, o, y_rb, y_g0, yq), y_off);
+      hn::StoreU(pair(ye, yo), d8x2, y + row * w + x);
+      const auto alphas = hn::Or(hn::BitCast(d, hn::ShiftRight<24>(pe)),
+                                 hn::And(hn::BitCast(d, hn::ShiftRight<8>(po)), alpha_odd));
+      hn::StoreU(hn::DemoteTo(d8x2, hn::BitCast(d16x2, alphas)), d8x2, a + row * w + x);
+      if (row == 0) {
+        // Chroma from the block's top-left pixel only.
+        hn::StoreU(hn::DemoteTo(d8, hn::Add(WeighHigh(d, e, u_rb, u_g0, uq), u_off)), d8, u + x / 2);
+        hn::StoreU(hn::DemoteTo(d8, hn::Add(WeighHigh(d, e, v_rb, v_g0, vq), v_off)), d8, v + x / 2);
+      }
+    }
+  }
+  return x;
+}
+#endif  // HWY_TARGET != HWY_SCALAR
+
+void ToI420ATail(const PairRows& p, size_t x, size_t end) {
+  for (; x < end; x += 2) {
+    for (size_t row = 0; row < 2; ++row) {
+      for (size_t c = x; c < x + 2; ++c) {
+        const uint8_t* px = p.rgba + row * 4 * p.width + 4 * c;
+        p.y[row * p.width + c] = convert::LumaQ16(px[0], px[1], px[2]);
+        p.a[row * p.width + c] = px[3];
+      }
+    }
+    const uint8_t* tl = p.rgba + 4 * x;
+    p.u[x / 2] = convert::CbQ16(tl[0], tl[1], tl[2]);
+    p.v[x / 2] = convert::CrQ16(tl[0], tl[1], tl[2]);
+  }
+}
+
+void RgbaToI420A(_StLanczos1p5x* ctx, const uint8_t* rgba, uint8_t* i420a, int height,
+                 int width) {
+  if (height < 2 || width < 2) return;
+  const int32_t P = width * height;
+  uint8_t* const y = i420a;
+  uint8_t* const u = i420a + P;
+  uint8_t* const v = i420a + (P * 5) / 4;
+  uint8_t* const a = i420a + (P * 3) / 2;
+  const size_t w = static_cast<size_t>(width), odd = w & 1;
+  const size_t body = w / 16 * 16, cols = body + 2 * ((w / 2) % 8);
+  const ToYuvCoefs k = {SplitWeights(Lane0(ctx->yCoefR), Lane0(ctx->yCoefG), Lane0(ctx->yCoefB)),
+                        SplitWeights(Lane0(ctx->uCoefR), Lane0(ctx->uCoefG), Lane0(ctx->uCoefB)),
+                        SplitWeights(Lane0(ctx->vCoefR), Lane0(ctx->vCoefG), Lane0(ctx->vCoefB)),
+                        Lane0(ctx->yOffset), Lane0(ctx->uOffset), Lane0(ctx->vOffset)};
+  for (size_t pair = 0; pair < static_cast<size_t>(height / 2); ++pair) {
+    // An odd width leaves its last column out, and each pair then starts
+    // one pixel earlier than a packed layout would put it.
+    const size_t luma = pair * (2 * w - odd);
+    const PairRows p = {rgba + 4 * luma, y + luma, a + luma, u + pair * (w / 2), v + pair * (w / 2),
+                        w};
+    size_t x = 0;
+#if HWY_TARGET != HWY_SCALAR
+    x = ToI420APairs(hn::ScalableTag<int32_t>(), k, p, x, body);
+    x = ToI420APairs(hn::CappedTag<int32_t, 4>(), k, p, x, body);
+#else
+    (void)k;
+#endif
+    ToI420ATail(p, x, cols);
+  }
+}
+
+struct ToRgbCoefs {
+  int32_t gain, bias, rv, gu, gv, bu, uv_bias;
+};
+
+#if HWY_TARGET != HWY_SCALAR  // one lane has no pixel pairs to pack
+// Columns [x, end) of a row pair, 2*Lanes(d) at a time; returns where it
+// stopped. A chroma sample's lane serves pixels 2k and 2k+1, whose results
+// travel as the two 16-bit halves of one lane; R with G and B with A then
+// pair up as the two bytes of 16-bit lanes, which interleave into pixels.
+template <class D>
+HWY_INLINE size_t ToRgbaPairs(D d, const ToRgbCoefs& k, const uint8_t* y, const uint8_t* u,
+                              const uint8_t* v, const uint8_t* a, uint8_t* rgba, size_t width,
+                              size_t x, size_t end) {
+  const hn::Rebind<uint32_t, D> du;
+  const hn::Rebind<uint16_t, D> d16;
+  const hn::Rebind<uint8_t, D> d8;
+  const hn::Repartition<int16_t, D> d16x2;
+  const hn::Repartition<uint16_t, D> du16x2;
+  const hn::Rebind<uint8_t, decltype(d16x2)> d8x2;
+  const size_t n = hn::Lanes(d);
+  // Every constant in a register before the loop: the byte stores may alias
+  // anything, k included. The luma black level joins the chroma terms:
+  // gain * (Y - bias) + c = gain * Y + (c - gain * bias), the same 32-bit sum.
+  const auto byte = hn::Set(d, 0xFF), low16 = hn::Set(d, 0xFFFF);
+  const auto gain = hn::Set(d, k.gain), black = hn::Set(d, k.gain * k.bias);
+  const auto uv_bias = hn::Set(d, k.uv_bias), rv = hn::Set(d, k.rv), gu = hn::Set(d, k.gu),
+             gv = hn::Set(d, k.gv), bu = hn::Set(d, k.bu);
+  const auto zero16 = hn::Zero(d16x2), max16 = hn::Set(d16x2, 255);
+  // One channel of 2n pixels in pixel order, floor-shifted and clamped.
+  auto channel = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> chroma_part) {
+    const auto e = hn::ShiftRight<16>(hn::Add(se, chroma_part));
+    const auto o = hn::ShiftRight<16>(hn::Add(so, chroma_part));
+    const auto both = hn::BitCast(d16x2, hn::Or(hn::And(e, low16), hn::ShiftLeft<16>(o)));
+    return hn::BitCast(du16x2, hn::Min(hn::Max(both, zero16), max16));
+  };
+  for (; x + 2 * n <= end; x += 2 * n) {
+    const auto cb = hn::Sub(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, u + x / 2))), uv_bias);
+    const auto cr = hn::Sub(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, v + x / 2))), uv_bias);
+    const auto rc = hn::Sub(hn::Mul(cr, rv), black);
+    const auto gc = hn::Sub(hn::Add(hn::Mul(cb, gu), hn::Mul(cr, gv)), black);
+    const auto bc = hn::Sub(hn::Mul(cb, bu), black);
+    for (size_t row = 0; row < 2; ++row) {
+      const auto yy = hn::BitCast(
+          d, hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(y + row * width + x))));
+      const auto se = hn::Mul(hn::And(yy, byte), gain), so = hn::Mul(hn::ShiftRight<8>(yy), gain);
+      const auto alpha = hn::PromoteTo(du16x2, hn::LoadU(d8x2, a + row * width + x));
+      const auto rg = hn::Or(channel(se, so, rc), hn::ShiftLeft<8>(channel(se, so, gc)));
+      const auto ba = hn::Or(channel(se, so, bc), hn::ShiftLeft<8>(alpha));
+      hn::StoreInterleaved2(rg, ba, du16x2, reinterpret_cast<uint16_t*>(rgba + 4 * (row * width + x)));
+    }
+  }
+  return x;
+}
+#endif  // HWY_TARGET != HWY_SCALAR
+
+void I420AToRgba(_StLanczos1p5x* ctx, const uint8_t* y, const uint8_t* u, const uint8_t* v,
+                 const uint8_t* a, uint8_t* rgba, int height, int width) {
+  if (height < 2 || width < 2) return;
+  const size_t w = static_cast<size_t>(width), odd = w & 1;
+  const size_t body = w / 16 * 16, cols = body + 2 * ((w / 2) % 8);
+  const ToRgbCoefs k = {Lane0(ctx->yGain),  Lane0(ctx->yBias),  Lane0(ctx->rCoefV),
+                        Lane0(ctx->gCoefU), Lane0(ctx->gCoefV), Lane0(ctx->bCoefU),
+                        Lane0(ctx->uvBias)};
+  for (size_t pair = 0; pair < static_cast<size_t>(height / 2); ++pair) {
+    const size_t luma = pair * (2 * w - odd), chroma = pair * (w / 2);
+    const uint8_t *yp = y + luma, *ap = a + luma, *up = u + chroma, *vp = v + chroma;
+    uint8_t* out = rgba + 4 * luma;
+    size_t x = 0;
+#if HWY_TARGET != HWY_SCALAR
+    x = ToRgbaPairs(hn::ScalableTag<int32_t>(), k, yp, up, vp, ap, out, w, x, body);
+    x = ToRgbaPairs(hn::CappedTag<int32_t, 4>(), k, yp, up, vp, ap, out, w, x, body);
+#else
+    (void)k;
+#endif
+    for (; x < cols; ++x) {
+      for (size_t row = 0; row < 2; ++row) {
+        uint8_t* px = out + 4 * (row * w + x);
+        convert::RgbQ16(yp[row * w + x], up[x / 2], vp[x / 2], px);
+        px[3] = ap[row * w + x];
+      }
+    }
+  }
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace vorlith
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace vorlith {
+HWY_EXPORT(RgbaToI420A);
+HWY_EXPORT(I420AToRgba);
+}  // namespace vorlith
+
+void RGBA2I420A_NEON(_StLanczos1p5x* ctx, unsigned char* rgba, unsigned char* i420a, int height,
+                     int width) {
+  HWY_DYNAMIC_DISPATCH(vorlith::RgbaToI420A)(ctx, rgba, i420a, height, width);
+}
+
+void I420A2RGBA_NEON(_StLanczos1p5x* ctx, unsigned char* y, unsigned char* u, unsigned char* v,
+                     unsigned char* a, unsigned char* rgba, int height, int width) {
+  HWY_DYNAMIC_DISPATCH(vorlith::I420AToRgba)(ctx, y, u, v, a, rgba, height, width);
+}
+#endif  // HWY_ONCE

@@ -1,0 +1,267 @@
+// Context-free layout conversions of 4:2:0 video and packed pixels: the
+// V, U, Y, A expansion with its edge padding, the 4-byte crop, I420 and NV12
+// to packed RGB, and RGB to RGBA. Chroma sample k belongs to pixels 2k and
+// 2k+1, which the vector steps keep as the even and odd lanes of a pair.
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "src/kernels/convert/yuv_layouts.cc"
+#include <hwy/foreach_target.h>  // IWYU pragma: keep
+#include <hwy/highway.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "src/kernels/convert/convert_pixels.h"
+#include "vorlith/convert.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace vorlith {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+// ---- yuvcpy ----
+
+// Chroma of one row pair: planar (u, v) or interleaved pairs at u.
+struct Chroma {
+  const uint8_t* u;
+  const uint8_t* v;
+  bool interleaved;
+};
+
+template <class D>  // uint32 lanes, one per chroma sample
+HWY_INLINE size_t VuyaPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c,
+                            uint8_t* const (&dst)[2], size_t x, size_t end) {
+  const hn::Rebind<uint16_t, D> d16;
+  const hn::Rebind<uint8_t, D> d8;
+  const size_t n = hn::Lanes(d);
+  const auto byte = hn::Set(d, 0xFF);
+  for (; x + 2 * n <= end; x += 2 * n) {
+    hn::Vec<D> u, v;
+    if (c.interleaved) {
+      const auto uv = hn::PromoteTo(d, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(c.u + x)));
+      u = hn::And(uv, byte);
+      v = hn::ShiftRight<8>(uv);
+    } else {
+      u = hn::PromoteTo(d, hn::LoadU(d8, c.u + x / 2));
+      v = hn::PromoteTo(d, hn::LoadU(d8, c.v + x / 2));
+    }
+    const auto vua = hn::Or(hn::Or(v, hn::ShiftLeft<8>(u)), hn::Set(d, 0xFF000000u));
+    for (size_t row = 0; row < 2; ++row) {
+      const auto yy =
+          hn::PromoteTo(d, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(luma[row] + x)));
+      hn::StoreInterleaved2(hn::Or(vua, hn::ShiftLeft<16>(hn::And(yy, byte))),
+                            hn::Or(vua, hn::ShiftLeft<16>(hn::ShiftRight<8>(yy))), d,
+                            reinterpret_cast<uint32_t*>(dst[row] + 4 * x));
+    }
+  }
+  return x;
+}
+
+void YuvToVuya(const uint8_t* y, int width, int height, int y_stride, const uint8_t* c,
+               int c_width, int c_height, int c_stride, uint8_t* dst, int dst_width,
+               int dst_height, int dst_stride, bool interleaved) {
+  if (height < 2 || width < 1) return;
+  // Pixel pairs: an odd width writes one pixel more.
+  const size_t cols = static_cast<size_t>(width + (width & 1));
+  const size_t pad = static_cast<size_t>(std::clamp(dst_width - width, 0, 3));
+  const ptrdiff_t v_plane = static_cast<ptrdiff_t>(c_height) * c_width;
+  const int pairs = height / 2;
+  for (int pair = 0; pair < pairs; ++pair) {
+    const uint8_t* const luma[2] = {y + ptrdiff_t(2 * pair) * y_stride,
+                                    y + ptrdiff_t(2 * pair + 1) * y_stride};
+    const uint8_t* chroma = c + ptrdiff_t(pair) * c_stride;
+    const Chroma ch = {chroma, chroma + v_plane, interleaved};
+    uint8_t* const out[2] = {dst + ptrdiff_t(2 * pair) * dst_stride,
+                             dst + ptrdiff_t(2 * pair + 1) * dst_stride};
+    size_t x = VuyaPairs(hn::ScalableTag<uint32_t>(), luma, ch, out, 0, cols);
+    x = VuyaPairs(hn::CappedTag<uint32_t, 1>(), luma, ch, out, x, cols);
+    for (size_t row = 0; row < 2; ++row) {
+      // The right edge repeats the last pixel written, at most three times.
+      for (size_t i = 0; i < pad; ++i) std::memcpy(out[row] + 4 * (cols + i), out[row] + 4 * (cols - 1), 4);
+    }
+  }
+  if (dst_height > height) {
+    // The bottom edge repeats the last row written, whole, at most three times.
+    const uint8_t* last = dst + ptrdiff_t(2 * pairs - 1) * dst_stride;
+    for (int i = 1; i <= std::min(dst_height - height, 3); ++i) {
+      std::memcpy(dst + ptrdiff_t(2 * pairs - 1 + i) * dst_stride, last, static_cast<size_t>(dst_stride));
+    }
+  }
+}
+
+// ---- I420 and NV12 to packed RGB ----
+
+template <class D>  // int32 lanes, one per chroma sample
+HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c,
+                           uint8_t* const (&rgb)[2], size_t x, size_t end) {
+#if HWY_TARGET == HWY_SCALAR
+  (void)d, (void)luma, (void)c, (void)rgb, (void)end;  // no lanes to pair pixels in
+  return x;
+#else
+  namespace k = colour;
+  const hn::Rebind<uint32_t, D> du;
+  const hn::Rebind<uint16_t, D> d16;
+  const hn::Rebind<uint8_t, D> d8;
+  const hn::Repartition<int16_t, D> d16x2;
+  // A step covers 4 lanes' worth of pixels, so each channel fills a whole
+  // byte vector and the 3-way interleave runs at full width.
+  const hn::Repartition<uint8_t, D> d8x4;
+  const hn::Half<decltype(d8x4)> d8x2;
+  const size_t n = hn::Lanes(d);
+  // Constants and pointers in registers: the byte stores may alias anything.
+  // The luma black level joins the chroma terms with the rounding half:
+  // gain * (Y' - 16) + c + half = gain * Y' + (c + half - 16 * gain).
+  const auto byte = hn::Set(d, 0xFF), low16 = hn::Set(d, 0xFFFF), uv_bias = hn::Set(d, 128);
+  const auto floor16 = hn::Set(d, 16), gain = hn::Set(d, k::kYGain20);
+  const auto base = hn::Set(d, k::kHalf20 - 16 * k::kYGain20);
+  const auto rv = hn::Set(d, k::kRV20), gu = hn::Set(d, k::kGU20), gv = hn::Set(d, k::kGV20),
+             bu = hn::Set(d, k::kBU20);
+  const uint8_t *const cu = c.u, *const cv = c.v, *const y0 = luma[0], *const y1 = luma[1];
+  uint8_t *const out0 = rgb[0], *const out1 = rgb[1];
+  const bool interleaved = c.interleaved;
+  // Centred chroma of the n samples from pixel `at` on.
+  auto cb_at = [&](size_t at) {
+    const auto u = interleaved
+        ? hn::And(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(cu + at)))), byte)
+        : hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, cu + at / 2)));
+    return hn::Sub(u, uv_bias);
+  };
+  auto cr_at = [&](size_t at) {
+    const auto v = interleaved
+        ? hn::ShiftRight<8>(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(cu + at)))))
+        : hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, cv + at / 2)));
+    return hn::Sub(v, uv_bias);
+  };
+  // One channel of 2n pixels: the pair's two results as 16-bit lanes in
+  // pixel order; the demotion saturates, which is the clamp to 0..255.
+  auto channel = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> chroma_part) {
+    const auto e = hn::ShiftRight<20>(hn::Add(se, chroma_part));
+    const auto o = hn::ShiftRight<20>(hn::Add(so, chroma_part));
+    return hn::DemoteTo(d8x2, hn::BitCast(d16x2, hn::Or(hn::And(e, low16), hn::ShiftLeft<16>(o))));
+  };
+  for (; x + 4 * n <= end; x += 4 * n) {
+    const auto cb0 = cb_at(x), cr0 = cr_at(x), cb1 = cb_at(x + 2 * n), cr1 = cr_at(x + 2 * n);
+    const auto rc0 = hn::Add(hn::Mul(cr0, rv), base), rc1 = hn::Add(hn::Mul(cr1, rv), base);
+    const auto gc0 = hn::Add(hn::Add(hn::Mul(cb0, gu), hn::Mul(cr0, gv)), base);
+    const auto gc1 = hn::Add(hn::Add(hn::Mul(cb1, gu), hn::Mul(cr1, gv)), base);
+    const auto bc0 = hn::Add(hn::Mul(cb0, bu), base), bc1 = hn::Add(hn::Mul(cb1, bu), base);
+    for (size_t row = 0; row < 2; ++row) {
+      const auto* yrow = reinterpret_cast<const uint16_t*>((row ? y1 : y0) + x);
+      const auto yy0 = hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, yrow)));
+      const auto yy1 = hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, yrow + n)));
+      const auto se0 = hn::Mul(hn::Max(hn::And(yy0, byte), floor16), gain);
+      const auto so0 = hn::Mul(hn::Max(hn::ShiftRight<8>(yy0), floor16), gain);
+      const auto se1 = hn::Mul(hn::Max(hn::And(yy1, byte), floor16), gain);
+      const auto so1 = hn::Mul(hn::Max(hn::ShiftRight<8>(yy1), floor16), gain);
+      hn::StoreInterleaved3(hn::Combine(d8x4, channel(se1, so1, rc1), channel(se0, so0, rc0)),
+                            hn::Combine(d8x4, channel(se1, so1, gc1), channel(se0, so0, gc0)),
+                            hn::Combine(d8x4, channel(se1, so1, bc1), channel(se0, so0, bc0)), d8x4,
+                            (row ? out1 : out0) + 3 * x);
+    }
+  }
+  return x;
+#endif
+}
+
+void YuvToRgb(const uint8_t* y, int y_stride, const uint8_t* uv, int uv_stride, uint8_t* rgb,
+              int width, int height, bool interleaved) {
+  if (height < 1 || width < 1) return;
+  const size_t w = static_cast<size_t>(width), body = w / 8 * 8;
+  const ptrdiff_t v_plane = ptrdiff_t(height) * width / 4;
+  // Rows go in pairs, an odd height's last pair included. The second row of
+  // a pair is read `width` bytes after the first, and the next pair starts
+  // width + y_stride after it: right for packed luma rows only.
+  for (int pair = 0; 2 * pair < height; ++pair) {
+    const uint8_t* y0 = y + ptrdiff_t(pair) * (width + y_stride);
+    const uint8_t* const luma[2] = {y0, y0 + width};
+    const uint8_t* chroma = uv + ptrdiff_t(pair) * uv_stride;
+    const Chroma c = {chroma, chroma + v_plane, interleaved};
+    uint8_t* const out[2] = {rgb + ptrdiff_t(pair) * 6 * width, rgb + ptrdiff_t(pair) * 6 * width + 3 * w};
+    size_t x = RgbPairs(hn::ScalableTag<int32_t>(), luma, c, out, 0, body);
+    x = RgbPairs(hn::CappedTag<int32_t, 4>(), luma, c, out, x, body);
+    x = RgbPairs(hn::CappedTag<int32_t, 2>(), luma, c, out, x, body);
+    for (; x < w; ++x) {
+      const size_t k = x / 2;
+      const int u = interleaved ? chroma[2 * k] : c.u[k], v = interleaved ? chroma[2 * k + 1] : c.v[k];
+      for (size_t row = 0; row < 2; ++row) convert::RgbQ20(luma[row][x], u, v, out[row] + 3 * x);
+    }
+  }
+}
+
+// ---- RGB to RGBA ----
+
+template <class D>
+HWY_INLINE size_t SwappedRgba(D d, const uint8_t* src, uint8_t* dst, size_t x, size_t end) {
+  const size_t n = hn::Lanes(d);
+  const auto opaque = hn::Set(d, 0xFF);
+  for (; x + n <= end; x += n) {
+    hn::Vec<D> c0, c1, c2;
+    hn::LoadInterleaved3(d, src + 3 * x, c0, c1, c2);
+    hn::StoreInterleaved4(c2, c1, c0, opaque, d, dst + 4 * x);
+  }
+  return x;
+}
+
+void RgbToRgba(const uint8_t* src, uint8_t* dst, int width, int height, int dst_stride) {
+  if (height < 1 || width < 1) return;
+  const size_t w = static_cast<size_t>(width), body = w / 16 * 16;
+  for (int row = 0; row < height; ++row) {
+    const uint8_t* s = src + ptrdiff_t(row) * 3 * width;
+    uint8_t* o = dst + ptrdiff_t(row) * dst_stride;
+    // The 16-pixel steps swap the first and third channels; the tail keeps
+    // them in order.
+    size_t x = SwappedRgba(hn::ScalableTag<uint8_t>(), s, o, 0, body);
+    x = SwappedRgba(hn::CappedTag<uint8_t, 16>(), s, o, x, body);
+    for (; x < w; ++x) {
+      std::memcpy(o + 4 * x, s + 3 * x, 3);
+      o[4 * x + 3] = 255;
+    }
+  }
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace vorlith
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace vorlith {
+HWY_EXPORT(YuvToVuya);
+HWY_EXPORT(YuvToRgb);
+HWY_EXPORT(RgbToRgba);
+}  // namespace vorlith
+
+void yuvcpy(unsigned char* y, int width, int height, int yStride, unsigned char* uv,
+            int uvWidth, int uvHeight, int uvStride, unsigned char* dst, int dstWidth,
+            int dstHeight, int dstStride, bool interleaved) {
+  HWY_DYNAMIC_DISPATCH(vorlith::YuvToVuya)(y, width, height, yStride, uv, uvWidth, uvHeight,
+                                           uvStride, dst, dstWidth, dstHeight, dstStride,
+                                           interleaved);
+}
+
+void BGRACrop(unsigned char* src, unsigned char* dst, int, int, int srcStride, int width,
+              int height, int dstStride) {
+  // The bytes are copied unchanged, so one copy per row is the whole kernel.
+  if (width < 1) return;
+  for (int row = 0; row < height; ++row) {
+    std::memcpy(dst + ptrdiff_t(row) * dstStride, src + ptrdiff_t(row) * srcStride,
+                4 * static_cast<size_t>(width));
+  }
+}
+
+void CvtColorI420ToRGBInterleaved(unsigned char* y, int yStride, unsigned char* uv, int uvStride,
+                                  unsigned char* rgb, int width, int height) {
+  HWY_DYNAMIC_DISPATCH(vorlith::YuvToRgb)(y, yStride, uv, uvStride, rgb, width, height, false);
+}
+
+void CvtColorNV12ToRGBInterleaved(unsigned char* y, int yStride, unsigned char* uv, int uvStride,
+                                  unsigned char* rgb, int width, int height) {
+  HWY_DYNAMIC_DISPATCH(vorlith::YuvToRgb)(y, yStride, uv, uvStride, rgb, width, height, true);
+}
+
+void CvtRGBtoRGBA_lanczos(unsigned char* src, unsigned char* dst, int width, int height,
+                          int dstStride) {
+  HWY_DYNAMIC_DISPATCH(vorlith::RgbToRgba)(src, dst, width, height, dstStride);
+}
+#endif  // HWY_ONCE
