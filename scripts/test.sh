@@ -3,14 +3,15 @@
 #   1. native (x86-64 here), every SIMD target the CPU runs;
 #   2. native again under AddressSanitizer and UndefinedBehaviorSanitizer;
 #   3. aarch64, cross-compiled and run under qemu-aarch64 (NEON, SVE, scalar);
-#   4. each libFuzzer target for a few seconds (scripts/fuzz.sh), so that a
+#   4. the concurrency tests under ThreadSanitizer;
+#   5. each libFuzzer target for a few seconds (scripts/fuzz.sh), so that a
 #      regression on the fuzzers' corpus surfaces.
-# Usage: scripts/test.sh [native|sanitize|aarch64|fuzz]...   (default: all four)
+# Usage: scripts/test.sh [native|sanitize|aarch64|tsan|fuzz]...   (default: all five)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 suites=("$@")
-[ "${#suites[@]}" -eq 0 ] && suites=(native sanitize aarch64 fuzz)
+[ "${#suites[@]}" -eq 0 ] && suites=(native sanitize aarch64 tsan fuzz)
 jobs=$(nproc)
 
 need_cross=""
@@ -34,6 +35,11 @@ for s in "${suites[@]}"; do
     aarch64)
       run_suite aarch64 -DCMAKE_BUILD_TYPE=Release \
         -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/aarch64-linux-gnu.cmake" -DVORLITH_BUILD_TOOLS=OFF ;;
+    tsan)
+      cmake -S . -B build/test-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVORLITH_TSAN=ON \
+        -DVORLITH_BUILD_BENCH=OFF -DVORLITH_BUILD_TOOLS=OFF >/dev/null
+      cmake --build build/test-tsan -j "$jobs" --target vorlith_thread_tests
+      ctest --test-dir build/test-tsan -R '^Threads\.' --output-on-failure ;;
     fuzz) scripts/fuzz.sh 20 ;;
     *) echo "unknown suite: $s" >&2; exit 2 ;;
   esac

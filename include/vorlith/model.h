@@ -147,7 +147,8 @@ class VORLITH_API Model {
   std::vector<int64_t> outputShapeForInputShape(const std::vector<int64_t>& input_shape) const;
 
   // Runs the network on the input feature named by inputName(), a [1, 1, H, W]
-  // float32 array; returns a provider holding outputName(). Null with *error
+  // float32 array; returns a provider holding outputName(). Predictions from
+  // several threads on one model are safe and take turns. Null with *error
   // when the input is missing, has the wrong shape or the run fails.
   std::shared_ptr<FeatureProvider> predictionFromFeatures(const FeatureProvider& input,
                                                           const PredictionOptions& options,

@@ -173,6 +173,9 @@ class Engine final : public Network {
       return false;
     }
     const int64_t h = input_shape[2], w = input_shape[3];
+    // The rings and the pool serve one prediction at a time; callers on other
+    // threads wait their turn.
+    std::lock_guard<std::mutex> one_at_a_time(run_mutex_);
     if (layout_.in_h != h || layout_.in_w != w) {
       layout_.in_h = layout_.in_w = 0;
       if (!Prepare(h, w, error)) return false;
@@ -517,6 +520,7 @@ class Engine final : public Network {
   struct Layout layout_;
   std::vector<Band> bands_;
   Pool pool_;
+  std::mutex run_mutex_;
 };
 
 }  // namespace

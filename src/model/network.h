@@ -66,7 +66,8 @@ class Network {
   // ([1, C, H, W]). Buffers are sized on the first call and again only
   // when the input shape changes. On success fills `output`
   // and `output_shape` (NCHW) and returns true; otherwise returns false with
-  // a reason in *error.
+  // a reason in *error. Safe to call from several threads: runs on one
+  // network object take turns.
   virtual bool Run(const float* input, const std::vector<int64_t>& input_shape,
                    std::vector<float>* output, std::vector<int64_t>* output_shape,
                    std::string* error) = 0;

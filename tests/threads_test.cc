@@ -1,0 +1,107 @@
+// What the threading rules allow, done at once: two plug-ins on two threads,
+// two kernel contexts on two threads, and predictions from two threads on
+// one model. Each result must equal the same work done alone; under
+// ThreadSanitizer (VORLITH_TSAN) the runs must also be free of races.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "tests/support/plugin_fixture.h"
+#include "vorlith/kernels.h"
+#include "vorlith/model.h"
+#include "vorlith/plugin.h"
+
+namespace {
+
+using vorlith::test::PackedPlane;
+using Output = std::vector<std::vector<uint8_t>>;
+
+// Frames of changing sizes through a new plug-in: the packed output luma.
+Output PluginRun(unsigned seed) {
+  std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
+  sr->Init("");
+  std::mt19937 rng(seed);
+  Output out;
+  for (auto [w, h] : {std::pair{64, 36}, {17, 9}, {130, 70}, {64, 36}}) {
+    VLPixelBufferRef frame = vorlith::test::RandomFrame(w, h, rng);
+    _tagVideoData in{}, result{};
+    in.width = w;
+    in.height = h;
+    in.pixelBuffer = frame;
+    in.format = 1;
+    EXPECT_EQ(sr->ProcessData(&in, &result), SR_OK);
+    if (result.pixelBuffer != nullptr) out.push_back(PackedPlane(result.pixelBuffer, 0));
+    VLPixelBufferRelease(result.pixelBuffer);
+    VLPixelBufferRelease(frame);
+  }
+  return out;
+}
+
+// A kernel context of its own through a resampler, a filter and a conversion.
+Output KernelRun(unsigned seed) {
+  std::mt19937 rng(seed);
+  constexpr int kW = 48, kH = 20;
+  std::vector<uint8_t> src(kW * kH * 4);
+  for (auto& b : src) b = static_cast<uint8_t>(rng());
+  _StLanczos1p5x ctx{};
+  InitLanczos1p5x(&ctx);
+  Output out(3);
+  out[0].resize(size_t(4) * kW * kH);
+  Linear_2x_nv(&ctx, src.data(), out[0].data(), kH, kW / 2, kW, 2 * kW);
+  out[1].resize(size_t(kW) * kH);
+  BilateralAllocRows(&ctx, kW);
+  BL_NEON(&ctx, src.data(), out[1].data(), kH, kW);
+  out[2].resize(size_t(kW) * kH * 5 / 2);
+  RGBA2I420A_NEON(&ctx, src.data(), out[2].data(), kH, kW);
+  UInitLanczos1p5x(&ctx);
+  return out;
+}
+
+// Predictions on one shared model.
+Output ModelRun(vorlith::Model& model, unsigned seed) {
+  std::mt19937 rng(seed);
+  Output out;
+  for (int i = 0; i < 6; ++i) {
+    const int h = 5 + i, w = 9 + 3 * i;
+    auto array = vorlith::MultiArray::initWithShape({1, 1, h, w}, vorlith::MultiArrayDataType::Float32);
+    for (int k = 0; k < h * w; ++k) static_cast<float*>(array->dataPointer())[k] = float(rng() % 256);
+    vorlith::DictionaryFeatureProvider in;
+    in.set(model.inputName(), vorlith::FeatureValue::featureValueWithMultiArray(array));
+    auto result = model.predictionFromFeatures(in, vorlith::PredictionOptions());
+    EXPECT_NE(result, nullptr);
+    if (result == nullptr) continue;
+    auto y = result->featureValueForName(model.outputName())->multiArrayValue();
+    const auto* p = static_cast<const float*>(y->dataPointer());
+    std::vector<uint8_t> bytes(reinterpret_cast<const uint8_t*>(p),
+                               reinterpret_cast<const uint8_t*>(p + y->count()));
+    out.push_back(std::move(bytes));
+  }
+  return out;
+}
+
+// Runs work(seed) for two seeds alone, then both at once on two threads.
+template <class Work>
+void ExpectSameAtOnce(Work work) {
+  const Output alone[2] = {work(1), work(2)};
+  Output together[2];
+  std::thread other([&] { together[1] = work(2); });
+  together[0] = work(1);
+  other.join();
+  EXPECT_EQ(together[0], alone[0]);
+  EXPECT_EQ(together[1], alone[1]);
+}
+
+TEST(Threads, TwoPluginsTwoContextsAndOneSharedModel) {
+  vorlith::test::ResourceDirectory networks("tiny_sr.onnx", "nearest2x.onnx");
+  ExpectSameAtOnce(PluginRun);
+  ExpectSameAtOnce(KernelRun);
+  std::string error;
+  auto model = vorlith::Model::modelWithContentsOfURL(vorlith::test::FixturePath("tiny_sr.onnx"), &error);
+  ASSERT_NE(model, nullptr) << error;
+  ExpectSameAtOnce([&](unsigned seed) { return ModelRun(*model, seed); });
+}
+
+}  // namespace
