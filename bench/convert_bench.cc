@@ -23,20 +23,13 @@
 #endif
 
 #include "vorlith/kernels.h"
+#include "bench/bench_frames.h"
 
 namespace {
 
-struct Frame {
-  int w, h;
-};
-constexpr Frame kFrames[] = {{640, 360}, {1280, 720}};
-
-std::vector<uint8_t> RandomBytes(size_t n) {
-  std::mt19937 rng(1);
-  std::vector<uint8_t> v(n);
-  for (auto& b : v) b = static_cast<uint8_t>(rng());
-  return v;
-}
+using vorlith::bench::Frame;
+using vorlith::bench::kFrames;
+using vorlith::bench::RandomBytes;
 
 // Runs `body` per iteration and reports the frame's pixels.
 template <class Body>

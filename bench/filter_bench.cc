@@ -16,13 +16,12 @@
 #endif
 
 #include "vorlith/kernels.h"
+#include "bench/bench_frames.h"
 
 namespace {
 
-struct Frame {
-  int w, h;
-};
-constexpr Frame kFrames[] = {{640, 360}, {1280, 720}};
+using vorlith::bench::Frame;
+using vorlith::bench::kFrames;
 
 // A smooth ramp with noise, so the bilateral weights are neither all 1 nor
 // all 0 and the Laplacian guide is a real one.

@@ -14,22 +14,15 @@
 #endif
 
 #include "vorlith/kernels.h"
+#include "bench/bench_frames.h"
 
 namespace {
 
-// Frame sizes; the chroma kernels work on the interleaved CbCr plane of the
-// frame, (w/2) x (h/2) pairs.
-struct Frame {
-  int w, h;
-};
-constexpr Frame kFrames[] = {{640, 360}, {1280, 720}};
-
-std::vector<uint8_t> RandomBytes(size_t n) {
-  std::mt19937 rng(1);
-  std::vector<uint8_t> v(n);
-  for (auto& b : v) b = static_cast<uint8_t>(rng());
-  return v;
-}
+// The chroma kernels work on the interleaved CbCr plane of the frame, (w/2) x
+// (h/2) pairs.
+using vorlith::bench::Frame;
+using vorlith::bench::kFrames;
+using vorlith::bench::RandomBytes;
 
 void SetBytes(benchmark::State& state, size_t read, size_t written) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * (read + written)));

@@ -16,13 +16,12 @@
 #include "src/platform/platform.h"
 #include "vorlith/model.h"
 #include "vorlith/plugin.h"
+#include "bench/bench_frames.h"
 
 namespace {
 
-struct Frame {
-  int w, h;
-};
-constexpr Frame kFrames[] = {{640, 360}, {1280, 720}};
+using vorlith::bench::Frame;
+using vorlith::bench::kFrames;
 
 VLPixelBufferRef NewFrame(int w, int h) {
   VLPixelBufferRef b = nullptr;
