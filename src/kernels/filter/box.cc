@@ -199,7 +199,7 @@ void BoxPlane(int16_t* sbuf, int16_t* gbuf, float a, float b, const uint8_t* src
          w);
   };
   int16_t* spair = sbuf + 4 * w;
-  int16_t* gpair = gbuf + 4 * w;
+  int16_t* gpair = guide ? gbuf + 4 * w : nullptr;  // no guide ring without a guide
   hsum(0);
   for (int y = 0; y < rows; y += 2) {
     hsum(y + 1);
