@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "src/kernels/byte_lanes-inl.h"
 #include "src/kernels/convert/convert_pixels.h"
 #include "src/kernels/convert/lane0.h"
 #include "vorlith/convert.h"
@@ -114,7 +115,7 @@ HWY_INLINE size_t ToI420APairs(D d, const ToYuvCoefs& k, const PairRows& p, size
   for (; x + 2 * n <= end; x += 2 * n) {
     for (size_t row = 0; row < 2; ++row) {
       hn::Vec<decltype(du)> pe, po;
-      hn::LoadInterleaved2(du, reinterpret_cast<const uint32_t*>(rgba + row * 4 * w + 4 * x), pe, po);
+      LoadInterleaved2Bytes(du, rgba + row * 4 * w + 4 * x, pe, po);
       const auto e = hn::BitCast(d, pe), o = hn::BitCast(d, po);
       const auto ye = hn::Add(WeighHigh(d, e, y_rb, y_g0, yq), y_off);
       const auto yo = hn::Add(WeighHigh(d, o, y_rb, y_g0, yq), y_off);
@@ -227,7 +228,7 @@ HWY_INLINE size_t ToRgbaPairs(D d, const ToRgbCoefs& k, const uint8_t* y, const 
       const auto alpha = hn::PromoteTo(du16x2, hn::LoadU(d8x2, a + row * width + x));
       const auto rg = hn::Or(channel(se, so, rc), hn::ShiftLeft<8>(channel(se, so, gc)));
       const auto ba = hn::Or(channel(se, so, bc), hn::ShiftLeft<8>(alpha));
-      hn::StoreInterleaved2(rg, ba, du16x2, reinterpret_cast<uint16_t*>(rgba + 4 * (row * width + x)));
+      StoreInterleaved2Bytes(rg, ba, du16x2, rgba + 4 * (row * width + x));
     }
   }
   return x;

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "src/kernels/byte_lanes-inl.h"
 #include "src/kernels/convert/convert_pixels.h"
 #include "vorlith/convert.h"
 
@@ -51,9 +52,8 @@ HWY_INLINE size_t VuyaPairs(D d, const uint8_t* const (&luma)[2], const Chroma& 
     for (size_t row = 0; row < 2; ++row) {
       const auto yy =
           hn::PromoteTo(d, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(luma[row] + x)));
-      hn::StoreInterleaved2(hn::Or(vua, hn::ShiftLeft<16>(hn::And(yy, byte))),
-                            hn::Or(vua, hn::ShiftLeft<16>(hn::ShiftRight<8>(yy))), d,
-                            reinterpret_cast<uint32_t*>(dst[row] + 4 * x));
+      StoreInterleaved2Bytes(hn::Or(vua, hn::ShiftLeft<16>(hn::And(yy, byte))),
+                             hn::Or(vua, hn::ShiftLeft<16>(hn::ShiftRight<8>(yy))), d, dst[row] + 4 * x);
     }
   }
   return x;

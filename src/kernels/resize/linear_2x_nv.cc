@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "src/kernels/arm_numerics-inl.h"
+#include "src/kernels/byte_lanes-inl.h"
 #include "src/kernels/arm_numerics.h"
 #include "vorlith/resize.h"
 
@@ -46,8 +47,7 @@ HWY_INLINE void HorizontalRow(const uint8_t* HWY_RESTRICT src, int16_t* HWY_REST
     const auto near_b = hn::Add(sum, hn::Add(b, b));
     // Each Cb/Cr pair of results moves as one 32-bit lane: 3a+b pair first,
     // then the a+3b pair.
-    hn::StoreInterleaved2(hn::BitCast(d32, near_a), hn::BitCast(d32, near_b), d32,
-                          reinterpret_cast<uint32_t*>(dst + 2 + 2 * k));
+    StoreInterleaved2Bytes(hn::BitCast(d32, near_a), hn::BitCast(d32, near_b), d32, dst + 2 + 2 * k);
   }
 #endif
   for (; k < components; ++k) {
