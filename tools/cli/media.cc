@@ -35,6 +35,17 @@ bool Damaged(const AVFrame* frame) {
 
 MediaReader::MediaReader(const std::string& path, int threads)
     : path_(path), start_pts_(AV_NOPTS_VALUE), last_pts_(AV_NOPTS_VALUE) {
+  // A constructor that throws runs no destructor: free what Open made.
+  try {
+    Open(threads);
+  } catch (...) {
+    Close();
+    throw;
+  }
+}
+
+void MediaReader::Open(int threads) {
+  const std::string& path = path_;
   int status = avformat_open_input(&format_, path.c_str(), nullptr, nullptr);
   if (status < 0) {
     throw CliError(kExitFailure, "cannot read " + path + ": " + AvError(status));
@@ -68,7 +79,9 @@ MediaReader::MediaReader(const std::string& path, int threads)
   if (format_->start_time != AV_NOPTS_VALUE) origin_us_ = format_->start_time;
 }
 
-MediaReader::~MediaReader() {
+MediaReader::~MediaReader() { Close(); }
+
+void MediaReader::Close() {
   av_frame_free(&frame_);
   av_packet_free(&packet_);
   avcodec_free_context(&decoder_);

@@ -63,6 +63,8 @@ class MediaReader {
   long damaged_frames() const { return damaged_; }
 
  private:
+  void Open(int threads);
+  void Close();
   // The video's length as the file states it, in seconds; -1 when unstated.
   double DeclaredSeconds() const;
 
