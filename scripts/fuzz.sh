@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets with clang (coverage, AddressSanitizer,
 # UndefinedBehaviorSanitizer) in build/fuzz and runs each for SECONDS
-# (default 30). Seeds: fuzz/corpus/<name>, and for the model fuzzer the test
-# fixtures and the shipped networks; new inputs collect in build/fuzz/corpus
+# (default 30): the model importer, the plug-in, the kernels (each vector
+# target against the scalar one) and the command line's media input. Seeds:
+# fuzz/corpus/<name>, and for the model fuzzer the test fixtures and the
+# shipped networks; new inputs collect in build/fuzz/corpus
 # (merge the useful ones back with -merge=1). A crash leaves its input in
 # build/fuzz/ and fails the run.
 # Usage: scripts/fuzz.sh [SECONDS]
@@ -10,10 +12,11 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-30}
 scripts/setup.sh --fuzz
+names=(onnx plugin kernel media)
 CC=clang CXX=clang++ cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVORLITH_FUZZ=ON \
-  -DVORLITH_BUILD_TESTS=OFF -DVORLITH_BUILD_BENCH=OFF -DVORLITH_BUILD_TOOLS=OFF >/dev/null
-cmake --build build/fuzz -j "$(nproc)"
-for name in onnx plugin; do
+  -DVORLITH_BUILD_TESTS=OFF -DVORLITH_BUILD_BENCH=OFF -DVORLITH_BUILD_TOOLS=ON -DVORLITH_BUILD_GSTREAMER=OFF >/dev/null
+cmake --build build/fuzz -j "$(nproc)" --target "${names[@]/%/_fuzzer}"
+for name in "${names[@]}"; do
   work=build/fuzz/corpus/$name
   mkdir -p "$work"
   seeds=("fuzz/corpus/$name")

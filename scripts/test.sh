@@ -40,7 +40,7 @@ for s in "${suites[@]}"; do
         -DVORLITH_BUILD_BENCH=OFF -DVORLITH_BUILD_TOOLS=OFF >/dev/null
       cmake --build build/test-tsan -j "$jobs" --target vorlith_thread_tests
       ctest --test-dir build/test-tsan -R '^Threads\.' --output-on-failure ;;
-    fuzz) scripts/fuzz.sh 20 ;;
+    fuzz) scripts/fuzz.sh 15 ;;
     *) echo "unknown suite: $s" >&2; exit 2 ;;
   esac
 done
