@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, tests and benchmarks need; with
 # --cross also the aarch64 cross compiler, arm64 libraries and qemu; with --fuzz
-# clang and its libFuzzer runtime. Installs
+# clang and its libFuzzer runtime; with --valgrind valgrind. Installs
 # only what is missing, so it is cheap to run again.
 set -euo pipefail
 
@@ -16,15 +16,18 @@ packages+=(libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-too
            gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-libav)
 fuzz=0
 cross=0
+valgrind=0
 for arg in "$@"; do
   case "$arg" in
     --cross) cross=1 ;;
     --fuzz) fuzz=1 ;;
-    *) echo "usage: $0 [--cross] [--fuzz]" >&2; exit 2 ;;
+    --valgrind) valgrind=1 ;;
+    *) echo "usage: $0 [--cross] [--fuzz] [--valgrind]" >&2; exit 2 ;;
   esac
 done
 # libFuzzer and clang's sanitizer runtimes.
 [ "$fuzz" = 1 ] && packages+=(clang libclang-rt-14-dev)
+[ "$valgrind" = 1 ] && packages+=(valgrind)
 if [ "$cross" = 1 ]; then
   packages+=(g++-aarch64-linux-gnu qemu-user libc6:arm64 libstdc++6:arm64 libhwy-dev:arm64
              libgtest-dev:arm64)
