@@ -29,7 +29,7 @@ using vorlith::test::GuardedBytes;
 
 struct Buffer {
   std::unique_ptr<GuardedBytes> mem;
-  bool compared, floats;
+  bool compared, floats, fixed;  // fixed: set once by the case, not refilled
 };
 
 // One call of a kernel: its buffers, its context and how to make the call.
@@ -54,13 +54,29 @@ struct Call {
   }
 
   template <class T>
-  T* Add(size_t count, bool compared) {
+  T* Add(size_t count, bool compared, bool fixed = false) {
     buffers.push_back({std::make_unique<GuardedBytes>(count * sizeof(T), flush), compared,
-                       std::is_floating_point_v<T>});
+                       std::is_floating_point_v<T>, fixed});
     return reinterpret_cast<T*>(buffers.back().mem->data());
   }
   template <class T> T* In(size_t n) { return Add<T>(n, false); }
   template <class T> T* Out(size_t n) { return Add<T>(n, true); }
+  // Row pointers of a ring of `count` rows of `n` elements each, in a
+  // shuffled order that the context's ring indices (or `ring`) name.
+  template <class T>
+  T** Ring(int count, size_t n, int32_t* ring) {
+    T** rows = Add<T*>(count, false, true);
+    for (int k = 0; k < count; ++k) rows[k] = In<T>(n);
+    for (int k = 0; k < count; ++k) ring[k] = k;
+    for (int k = count - 1; k > 0; --k) std::swap(ring[k], ring[in.ConsumeIntegralInRange(0, k)]);
+    return rows;
+  }
+  template <class T>
+  T* Values(int count) {
+    T* v = Add<T>(count, false, true);
+    for (int k = 0; k < count; ++k) v[k] = in.ConsumeIntegral<T>();
+    return v;
+  }
 
   // A side of at least lo: mostly small, sometimes up to hi, sometimes one
   // of the sizes below lo that the contract says write nothing.
@@ -314,10 +330,83 @@ void RgbToRgba(Call& c) {
   c.run = [=] { CvtRGBtoRGBA_lanczos(src, dst, w, h, ds); };
 }
 
+// ---- Single passes on rows of any content: sums past 2^24, wrapping ----
+
+template <void (*F)(_StLanczos1p5x*, int**, unsigned char*, short const*, int, int), int K>
+void VRing(Call& c) {
+  const int blocks = c.in.ConsumeIntegralInRange(0, 40), rest = c.in.ConsumeIntegralInRange(0, 7);
+  int** rows = c.Ring<int>(8, 8 * blocks + rest, c.ctx.rowIndex);
+  const short* taps = c.Values<short>(K);
+  auto* dst = c.Out<uint8_t>(8 * blocks + rest);
+  c.run = [&c, rows, taps, dst, blocks, rest] { F(&c.ctx, rows, dst, taps, blocks, rest); };
+}
+
+void VRingRgb(Call& c) {
+  const int blocks = c.in.ConsumeIntegralInRange(0, 40), rest = c.in.ConsumeIntegralInRange(0, 7);
+  int** rows = c.Ring<int>(8, 8 * blocks + rest, lanczos2xRowRing);
+  const short* taps = c.Values<short>(8);
+  auto* dst = c.Out<uint8_t>(8 * blocks + rest);
+  c.run = [=] { VResizeLanczos2x_NEON(rows, dst, taps, blocks, rest); };
+}
+
+void VChroma(Call& c) {
+  const int groups = c.in.ConsumeIntegralInRange(0, 40), tail = c.in.ConsumeIntegralInRange(0, 7);
+  short** rows = c.Ring<short>(2, 8 * groups + tail, c.ctx.rowIndex);
+  const short* weights = c.Values<short>(2);
+  const float scale = c.in.ConsumeFloatingPoint<float>();
+  auto* dst = c.Out<uint8_t>(8 * groups + tail);
+  c.run = [=, &c] { VResizeLinear_NEON(&c.ctx, rows, dst, weights, groups, tail, scale); };
+}
+
+void VFloat(Call& c) {
+  const int groups = c.in.ConsumeIntegralInRange(0, 80), singles = c.in.ConsumeIntegralInRange(0, 3);
+  float** rows = c.Ring<float>(2, 4 * groups + singles, c.ctx.rowIndex);
+  float* weights = c.Add<float>(2, false, true);
+  for (int k = 0; k < 2; ++k) weights[k] = c.in.ConsumeFloatingPoint<float>();
+  auto* dst = c.Out<float>(4 * groups + singles);
+  c.run = [=, &c] { VResizeLinear_float_NEON(&c.ctx, rows, dst, weights, groups, singles); };
+}
+
+template <void (*F)(_StLanczos1p5x*, unsigned short**, unsigned char*, int, int)>
+void VThird(Call& c) {
+  const int groups = c.in.ConsumeIntegralInRange(0, 40), singles = c.in.ConsumeIntegralInRange(0, 7);
+  unsigned short** rows = c.Ring<unsigned short>(2, 8 * groups + singles, c.ctx.rowIndex);
+  auto* dst = c.Out<uint8_t>(8 * groups + singles);
+  c.run = [=, &c] { F(&c.ctx, rows, dst, groups, singles); };
+}
+
+void GiveThird(Call& c) {
+  const int groups = c.in.ConsumeIntegralInRange(0, 40), singles = c.in.ConsumeIntegralInRange(0, 7);
+  auto* row = c.In<unsigned short>(8 * groups + singles);
+  auto* dst = c.Out<uint8_t>(8 * groups + singles);
+  c.run = [=] { Linear_3x_give_NEON(dst, row, groups, singles); };
+}
+
+void GuidedRow(Call& c) {
+  const int nvec = c.in.ConsumeIntegralInRange(0, 40), ntail = c.in.ConsumeIntegralInRange(0, 7);
+  const size_t n = 8 * nvec + ntail;
+  const float a = Gain(c.in, FLT_MAX / 2296), b = Gain(c.in, FLT_MAX / 3642);
+  short *s_row = c.In<short>(n), *s_pair = c.In<short>(n), *g_row = c.In<short>(n), *g_pair = c.In<short>(n);
+  auto* src = c.In<uint8_t>(n);
+  auto* dst = c.Out<uint8_t>(n);
+  c.run = [=] { VBoxfilter_final_AB_NEON(a, b, s_row, s_pair, g_row, g_pair, src, dst, nvec, ntail); };
+}
+
+void SharpenRow(Call& c) {
+  const int nvec = c.in.ConsumeIntegralInRange(0, 40), ntail = c.in.ConsumeIntegralInRange(0, 7);
+  const size_t n = 8 * nvec + ntail;
+  float *detail = c.In<float>(n), *gain = c.In<float>(n);
+  auto* src = c.In<uint8_t>(n);
+  auto* dst = c.Out<uint8_t>(n);
+  c.run = [=] { SharpenProduce_NEON(detail, gain, src, dst, nvec, ntail); };
+}
+
 struct Kernel {
   const char* name;
   Make make;
 };
+
+// New kernels go at the end (see LLVMFuzzerTestOneInput).
 
 const Kernel kKernels[] = {
     {"Linear_2x_nv", Chroma2x},
@@ -352,6 +441,17 @@ const Kernel kKernels[] = {
     {"CvtColorI420ToRGBInterleaved", YuvToRgb<false>},
     {"CvtColorNV12ToRGBInterleaved", YuvToRgb<true>},
     {"CvtRGBtoRGBA_lanczos", RgbToRgba},
+    {"VResizeLanczos2x_NEON", VRing<VResizeLanczos2x_NEON, 8>},
+    {"VResizeLanczos2x_NEON (three channels)", VRingRgb},
+    {"VResizeLanczos_1p5x_NEON", VRing<VResizeLanczos_1p5x_NEON, 8>},
+    {"VCubic_NEON", VRing<VCubic_NEON, 4>},
+    {"VResizeLinear_NEON", VChroma},
+    {"VResizeLinear_float_NEON", VFloat},
+    {"VResizeLinear_3x_NEON_1", VThird<VResizeLinear_3x_NEON_1>},
+    {"VResizeLinear_3x_NEON_2", VThird<VResizeLinear_3x_NEON_2>},
+    {"Linear_3x_give_NEON", GiveThird},
+    {"VBoxfilter_final_AB_NEON", GuidedRow},
+    {"SharpenProduce_NEON", SharpenRow},
 };
 
 // Runs the call with dispatch forced to `target` on inputs filled from
@@ -360,7 +460,7 @@ std::vector<std::vector<uint8_t>> RunOn(Call& c, int64_t target, const std::vect
   for (Buffer& b : c.buffers) {
     unsigned char* p = b.mem->data();
     for (size_t i = 0; i < b.mem->size(); ++i) {
-      p[i] = b.compared || content.empty() ? 0xA7 : content[i % content.size()];
+      if (!b.fixed) p[i] = b.compared || content.empty() ? 0xA7 : content[i % content.size()];
     }
   }
   hwy::SetSupportedTargetsForTest(target);
@@ -392,7 +492,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const std::vector<int64_t> targets = vorlith::RunnableTargets();
   static const int64_t scalar = targets.back();
   FuzzedDataProvider in(data, size);
-  const Kernel& k = kKernels[in.ConsumeIntegralInRange<size_t>(0, std::size(kKernels) - 1)];
+  // Kernels are numbered by their place in the table, which only grows, so
+  // that the corpus keeps calling the kernels it was found on.
+  static_assert(std::size(kKernels) <= 64);
+  const size_t index = in.ConsumeIntegral<uint8_t>() % 64;
+  if (index >= std::size(kKernels)) return 0;
+  const Kernel& k = kKernels[index];
   const int64_t target = targets[in.ConsumeIntegralInRange<size_t>(0, targets.size() - 2)];
   Call c(in);
   k.make(c);
