@@ -54,26 +54,22 @@ void MakeDriverCase(const Driver& d, const Params& p, Case& c) {
   const int h = p[0], w = p[1], ch = d.channels;
   const bool empty = h < 1 || w < 1;
   const size_t n = empty ? 0 : size_t(h) * w * ch;
-  uint8_t* src = c.In<uint8_t>(n);
   const uint8_t level = static_cast<uint8_t>(c.rng());
-  for (size_t i = 0; i < n; ++i) {
-    const size_t x = i % (size_t(w) * ch), y = i / (size_t(w) * ch);
-    src[i] = p[2] == 0 ? static_cast<uint8_t>(c.rng())
-             : p[2] == 1 ? (((x / ch + x % ch) / 4 + y / 3) % 2 ? 255 : 0) : level;
-  }
+  size_t i = 0;
+  uint8_t* src = c.In<uint8_t>(n, [&] {
+    const size_t x = i % (size_t(w) * ch), y = i++ / (size_t(w) * ch);
+    return p[2] == 0 ? c.rng() : p[2] == 1 ? (((x / ch + x % ch) / 4 + y / 3) % 2 ? 255 : 0) : level;
+  });
   auto scaled = [&](int s) { return empty ? 0 : d.num * s / d.den; };
   auto used = [&](int s) { return s >= d.group ? s - s % d.group : s; };
   const int out_w = scaled(w), values = out_w * ch, block = values / 8 * 8;
   c.Out<uint8_t>(size_t(scaled(h)) * values, values);
-  for (int y = 0; !empty && y < scaled(used(h)); ++y) {
-    for (int v = 0; v < values; ++v) {
-      // Columns past the last the read samples define repeat its value.
-      const int xh = std::min(v / ch, scaled(used(w)) - 1);
-      const int64_t acc =
-          oracle::ResampleAcc(d.r, src + v % ch, w * ch, ch, used(h), used(w), y, xh);
-      c.Want(size_t(y) * values + v, oracle::ResampleRound(static_cast<int32_t>(acc), v < block));
-    }
-  }
+  c.Grid<uint8_t>(scaled(used(h)), values, values, [&](int y, int v) {
+    // Columns past the last the read samples define repeat its value.
+    const int xh = std::min(v / ch, scaled(used(w)) - 1);
+    const int64_t acc = oracle::ResampleAcc(d.r, src + v % ch, w * ch, ch, used(h), used(w), y, xh);
+    return oracle::ResampleRound(static_cast<int32_t>(acc), v < block);
+  });
   int32_t* scratch = c.In<int32_t>(size_t(d.scratch) * std::max(values, 2));
   _StLanczos1p5x* ctx = c.Context();
   c.run = [=, run = d.run](void* out) { run(ctx, scratch, src, static_cast<uint8_t*>(out), h, w); };
@@ -100,15 +96,12 @@ void AddDrivers(std::vector<Row>& rows) {
        {3, 4, 11, 12, 19, 20, 67}, {3, 4}, {{1, 1}, {2, 2}, {1, 5}, {30, 2}}},
   };
   for (const Driver& d : drivers) {
-    Row row{d.name, {"h", "w", "image"}, {{0, 4, 0}, {4, 0, 0}, {4, -3, 0}}, nullptr, nullptr};
+    Row row{d.name, {"h", "w", "image"}, {{0, 4, 0}, {4, 0, 0}, {4, -3, 0}},
+            Draws({{1, 20}, {1, 140}, {0, 2}}), [d](const Params& p, Case& c) { MakeDriverCase(d, p, c); }};
     for (int w : d.widths) {
       for (int h : d.heights) row.sizes.push_back({h, w, int(row.sizes.size() % 3)});
     }
     for (auto [w, h] : d.small) row.sizes.push_back({h, w, 0});
-    row.draw = [](std::mt19937& rng) {
-      return Params{Uniform(rng, 1, 20), Uniform(rng, 1, 140), Uniform(rng, 0, 2)};
-    };
-    row.make = [d](const Params& p, Case& c) { MakeDriverCase(d, p, c); };
     rows.push_back(std::move(row));
   }
 }
@@ -160,13 +153,10 @@ void AddHorizontalPasses(std::vector<Row>& rows) {
   for (const HPass& p : passes) {
     // Every width up to 90 the pass is meant for, then the body with the
     // context's taps zeroed.
-    Row row{p.name, {"w", "zeroed_taps"}, {}, nullptr, nullptr};
     const int step = p.den == 1 ? 1 : p.den;
+    Row row{p.name, {"w", "zeroed_taps"}, {}, Draws({{step, 100 * step, step}, {0, p.body_per_unit != 0}})};
     for (int w = step; w <= (p.channels == 3 ? 60 : 90); w += step) row.sizes.push_back({w, 0});
     if (p.body_per_unit) row.sizes.insert(row.sizes.end(), {{42 / step * step, 1}, {90, 1}});
-    row.draw = [step, zero = p.body_per_unit != 0](std::mt19937& rng) {
-      return Params{Uniform(rng, 1, 100) * step, zero ? Uniform(rng, 0, 1) : 0};
-    };
     row.make = [p](const Params& q, Case& c) {
       const int w = q[0], ch = p.channels, n = p.num * w / p.den;
       uint8_t* src = c.RandomBytes(size_t(w) * ch);
@@ -174,12 +164,9 @@ void AddHorizontalPasses(std::vector<Row>& rows) {
       if (q[1]) ZeroContextTaps(ctx);
       const int body_end = p.body_first + p.body_per_unit * p.body_units(w);
       c.Out<int32_t>(size_t(n) * ch, size_t(n) * ch);
-      for (int j = 0; j < n; ++j) {
-        for (int k = 0; k < ch; ++k) {
-          const bool zero = q[1] && j >= p.body_first && j < body_end;
-          c.Want<int32_t>(j * ch + k, zero ? 0 : ResampleH(p.r, src + k, ch, w, j));
-        }
-      }
+      c.Grid<int32_t>(n, ch, ch, [&](int j, int k) {
+        return q[1] && j >= p.body_first && j < body_end ? 0 : ResampleH(p.r, src + k, ch, w, j);
+      });
       c.run = [=, call = p.call](void* out) { call(ctx, src, static_cast<int32_t*>(out), w); };
     };
     rows.push_back(std::move(row));
@@ -210,32 +197,25 @@ void AddVerticalPasses(std::vector<Row>& rows) {
     // 1: rows a horizontal pass makes and the documented taps; 2: one row of
     // sums (k + 1/2) * 2^22 - 1, which the block rule rounds up and the
     // remainder rule down.
-    Row row{p.name, {"blocks8", "rest", "mode"}, {}, nullptr, nullptr};
+    Row row{p.name, {"blocks8", "rest", "mode"}, {}, Draws({{0, 12}, {0, 15}, {0, 2}})};
     for (auto [b, r] : {std::pair{0, 7}, {1, 0}, {3, 5}, {9, 1}, {2, 12}}) {
       for (int mode : {0, 1, 2}) row.sizes.push_back({b, r, mode});
     }
-    row.draw = [](std::mt19937& rng) {
-      return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 15), Uniform(rng, 0, 2)};
-    };
     row.make = [p](const Params& q, Case& c) {
       const int n = 8 * q[0] + q[1], t = p.taps;
-      short* taps = c.In<short>(t);
-      const short lanczos[8] = {-8, 64, -188, 579, 1830, -312, 114, -31};
-      const short cubic[4] = {-36, 329, 1932, -178};
-      for (int k = 0; k < t; ++k) {
-        taps[k] = q[2] == 0 ? static_cast<short>(c.rng())
-                  : q[2] == 1 ? (t == 8 ? lanczos[k] : cubic[k]) : short(k == 1);
-      }
+      const short lanczos[8] = {-8, 64, -188, 579, 1830, -312, 114, -31}, cubic[4] = {-36, 329, 1932, -178};
+      int k = 0;
+      short* taps = c.In<short>(t, [&] {
+        return q[2] == 0 ? short(c.rng()) : q[2] == 1 ? (t == 8 ? lanczos[k++] : cubic[k++]) : short(k++ == 1);
+      });
       // Slot t-1-k holds row k, so the ring indices must be followed.
       int** slots = c.In<int*>(t);
       std::vector<int32_t*> row_of(t);
       for (int k = 0; k < t; ++k) {
-        row_of[k] = slots[t - 1 - k] = c.In<int32_t>(n);
-        for (int x = 0; x < n; ++x) {
-          row_of[k][x] = q[2] == 0   ? static_cast<int32_t>(c.rng())
-                         : q[2] == 1 ? Uniform(c.rng, -137445, 659685)
-                                     : Uniform(c.rng, 4, 254) * 4194304 + 2097151;
-        }
+        row_of[k] = slots[t - 1 - k] = c.In<int32_t>(n, [&] {
+          return q[2] == 0 ? int32_t(c.rng()) : q[2] == 1 ? Uniform(c.rng, -137445, 659685)
+                                                          : Uniform(c.rng, 4, 254) * 4194304 + 2097151;
+        });
       }
       c.Out<uint8_t>(n, n);
       for (int x = 0; x < n; ++x) {
@@ -292,9 +272,7 @@ void AddVectorSteps(std::vector<Row>& rows) {
     row.make = [l](const Params&, Case& c) {
       uint8_t* src = c.RandomBytes(l.bytes);
       c.Out<int32_t>(4 * l.vectors, 4);
-      for (int v = 0; v < l.vectors; ++v) {
-        for (int i = 0; i < 4; ++i) c.Want<int32_t>(4 * v + i, src[l.index(v, i)]);
-      }
+      c.Grid<int32_t>(l.vectors, 4, 4, [&](int v, int i) { return src[l.index(v, i)]; });
       c.run = [=](void* out) { l.call(src, static_cast<int32x4*>(out)); };
     };
     rows.push_back(std::move(row));
@@ -320,11 +298,8 @@ void AddVectorSteps(std::vector<Row>& rows) {
   };
   for (const Step& s : steps) {
     const bool ctx_taps = std::string(s.name) != "NEON_CALCULATION";
-    Row row{s.name, {"start", "zeroed_taps"}, {{0, 0}, {5, 0}, {3, ctx_taps}}, nullptr, nullptr,
-            false};
-    row.draw = [ctx_taps](std::mt19937& rng) {
-      return Params{Uniform(rng, 0, 16), ctx_taps ? Uniform(rng, 0, 1) : 0};
-    };
+    Row row{s.name, {"start", "zeroed_taps"}, {{0, 0}, {5, 0}, {3, ctx_taps}}, Draws({{0, 16}, {0, ctx_taps}}),
+            nullptr, false};
     row.make = [s](const Params& q, Case& c) {
       constexpr int kWidth = 96;
       const uint8_t* line = c.RandomBytes(kWidth);
@@ -370,39 +345,32 @@ void AddLinear(std::vector<Row>& rows) {
   };
   for (const LinearDriver& d : drivers) {
     // image 0 random, 1 blocks of 0 and 255, 2 constant.
-    Row row{d.name, {"h", "w", "image"}, {{0, 4, 0}, {4, 0, 0}}, nullptr, nullptr};
+    Row row{d.name, {"h", "w", "image"}, {{0, 4, 0}, {4, 0, 0}}, Draws({{1, 12}, {1, 100}, {0, 2}})};
     for (int w : {1, 2, 3, 8, 9, 16, 17, 18, 23, 24, 27, 29}) {
       for (int h : {1, 2, 3, 5, 7}) row.sizes.push_back({h, w, int(row.sizes.size() % 3)});
     }
-    row.draw = [](std::mt19937& rng) {
-      return Params{Uniform(rng, 1, 12), Uniform(rng, 1, 100), Uniform(rng, 0, 2)};
-    };
     row.make = [d](const Params& p, Case& c) {
       const int h = std::max(p[0], 0), w = std::max(p[1], 0);
-      uint8_t* src = c.In<uint8_t>(size_t(h) * w);
       const uint8_t level = static_cast<uint8_t>(c.rng());
-      for (int i = 0; i < h * w; ++i) {
-        const int block = (i % w / 3 + i / w / 2) % 2 * 255;
-        src[i] = p[2] == 0 ? uint8_t(c.rng()) : p[2] == 1 ? block : level;
-      }
+      int i = 0;
+      uint8_t* src = c.In<uint8_t>(size_t(h) * w, [&] {
+        const int at = i++, block = (at % w / 3 + at / w / 2) % 2 * 255;
+        return p[2] == 0 ? uint8_t(c.rng()) : p[2] == 1 ? block : level;
+      });
       const int ow = d.num * w / d.den, oh = d.num * (h - h % d.den) / d.den;
       c.Out<uint8_t>(size_t(ow) * oh, std::max(ow, 1));
-      for (int y = 0; h >= d.den && w >= d.den && y < oh; ++y) {
-        for (int x = 0; x < ow; ++x) {
-          c.Want(size_t(y) * ow + x, oracle::LinearSample(d.num, d.den, src, h, w, y, x));
-        }
-      }
+      c.Grid<uint8_t>(h >= d.den && w >= d.den ? oh : 0, ow, ow,
+                      [&](int y, int x) { return oracle::LinearSample(d.num, d.den, src, h, w, y, x); });
       _StLanczos1p5x* ctx = c.Context();
       c.run = [=](void* out) { EXPECT_EQ(d.run(ctx, src, static_cast<uint8_t*>(out), h, w), ctx); };
     };
     rows.push_back(std::move(row));
 
     Row hrow{std::string("HResizeLinear_") + (d.name + 7) + "_NEON", {"groups", "singles"}, {},
-             nullptr, nullptr};
+             Draws({{0, 12}, {0, 7}})};
     for (int g : {0, 1, 2}) {
       for (int s = 0; s < 8; ++s) hrow.sizes.push_back({g, s});
     }
-    hrow.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 7)}; };
     hrow.make = [d](const Params& q, Case& c) {
       const int w = d.den * (8 * q[0] + q[1] + 1), n = d.num * w / d.den;
       uint8_t* src = c.RandomBytes(w);
@@ -426,8 +394,7 @@ void AddLinear(std::vector<Row>& rows) {
     };
   };
   rows.push_back(std::move(load));
-  Row cal{"HLinear_1p5x_NEON_CAL", {"start"}, {{0}, {5}}, nullptr, nullptr, false};
-  cal.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 20)}; };
+  Row cal{"HLinear_1p5x_NEON_CAL", {"start"}, {{0}, {5}}, Draws({{0, 20}}), nullptr, false};
   cal.make = [](const Params& q, Case& c) {
     constexpr int kWidth = 60;
     const uint8_t* line = c.RandomBytes(kWidth);
@@ -451,20 +418,16 @@ void AddLinear(std::vector<Row>& rows) {
   for (auto [name, wa, wb] : {std::tuple{"VResizeLinear_3x_NEON_1", 2, 1},
                               {"VResizeLinear_3x_NEON_2", 1, 2}, {"Linear_3x_give_NEON", 1, 0}}) {
     // mode 0: any 16-bit rows (the body's sums wrap); 1: sums of a 3x row.
-    Row row{name, {"groups", "singles", "mode"}, {}, nullptr, nullptr};
+    Row row{name, {"groups", "singles", "mode"}, {}, Draws({{0, 12}, {0, 7}, {0, 1}})};
     for (auto [g, s] : {std::pair{0, 7}, {1, 0}, {2, 5}, {4, 3}}) {
       for (int mode : {0, 1}) row.sizes.push_back({g, s, mode});
     }
-    row.draw = [](std::mt19937& rng) {
-      return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 7), Uniform(rng, 0, 1)};
-    };
     row.make = [wa, wb](const Params& q, Case& c) {
       const int n = 8 * q[0] + q[1];
       // Slot 1 holds the older row, so the ring indices must be followed.
       unsigned short** slots = c.In<unsigned short*>(2);
       for (int k = 0; k < 2; ++k) {
-        slots[k] = c.In<unsigned short>(n);
-        for (int x = 0; x < n; ++x) slots[k][x] = q[2] ? Uniform(c.rng, 0, 765) : c.rng();
+        slots[k] = c.In<unsigned short>(n, [&] { return q[2] ? Uniform(c.rng, 0, 765) : c.rng(); });
       }
       c.Out<uint8_t>(n, n);
       const float f = std::bit_cast<float>(wb ? 0x3DE38E39u : 0x3EAAAAABu);
@@ -500,21 +463,15 @@ void AddLinearFloat(std::vector<Row>& rows) {
                                                              HResizeLinear_float_3x_NEON},
                                {4, Linear_float_4x, HResizeLinear_float_4x_NEON}}) {
     const std::string ratio = std::to_string(r) + "x";
-    Row row{"Linear_float_" + ratio, {"h", "w"}, {{0, 3}, {3, 0}}, nullptr, nullptr};
+    Row row{"Linear_float_" + ratio, {"h", "w"}, {{0, 3}, {3, 0}}, Draws({{1, 10}, {1, 60}})};
     for (int w : {1, 2, 4, 5, 8, 9, 13}) {
       for (int h : {1, 2, 4}) row.sizes.push_back({h, w});
     }
-    row.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 1, 10), Uniform(rng, 1, 60)}; };
     row.make = [r, run](const Params& p, Case& c) {
       const int h = std::max(p[0], 0), w = std::max(p[1], 0), ow = r * w;
-      float* src = c.In<float>(size_t(h) * w);
-      for (int i = 0; i < h * w; ++i) src[i] = AnyFloat(c.rng);
+      float* src = c.In<float>(size_t(h) * w, [&] { return AnyFloat(c.rng); });
       c.Out<float>(size_t(r) * h * ow, std::max(ow, 1));
-      for (int y = 0; y < r * h; ++y) {
-        for (int x = 0; x < ow; ++x) {
-          c.Want(size_t(y) * ow + x, oracle::LinearFloatSample(r, src, h, w, y, x));
-        }
-      }
+      c.Grid<float>(r * h, ow, ow, [&](int y, int x) { return oracle::LinearFloatSample(r, src, h, w, y, x); });
       float* ring = c.In<float>(2 * size_t(ow));
       _StLanczos1p5x* ctx = c.Context();
       c.run = [=](void* out) {
@@ -525,15 +482,13 @@ void AddLinearFloat(std::vector<Row>& rows) {
     };
     rows.push_back(std::move(row));
 
-    Row hrow{"HResizeLinear_float_" + ratio + "_NEON", {"groups", "singles"}, {}, nullptr, nullptr};
+    Row hrow{"HResizeLinear_float_" + ratio + "_NEON", {"groups", "singles"}, {}, Draws({{0, 12}, {0, 3}})};
     for (int g : {0, 1, 3}) {
       for (int s = 0; s < 4; ++s) hrow.sizes.push_back({g, s});
     }
-    hrow.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 3)}; };
     hrow.make = [r, hpass](const Params& q, Case& c) {
       const int w = 4 * q[0] + q[1] + 1;
-      float* src = c.In<float>(w);
-      for (int i = 0; i < w; ++i) src[i] = AnyFloat(c.rng);
+      float* src = c.In<float>(w, [&] { return AnyFloat(c.rng); });
       c.Out<float>(size_t(r) * w, size_t(r) * w);
       for (int j = 0; j < r * w; ++j) c.Want(j, oracle::LinearFloatH(r, src, w, j));
       c.run = [=](void* out) { hpass(src, static_cast<float*>(out), q[0], q[1]); };
@@ -541,20 +496,13 @@ void AddLinearFloat(std::vector<Row>& rows) {
     rows.push_back(std::move(hrow));
   }
 
-  Row vrow{"VResizeLinear_float_NEON", {"groups", "singles"}, {{0, 3}, {1, 0}, {5, 2}}, nullptr,
-           nullptr};
-  vrow.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 20), Uniform(rng, 0, 3)}; };
+  Row vrow{"VResizeLinear_float_NEON", {"groups", "singles"}, {{0, 3}, {1, 0}, {5, 2}}, Draws({{0, 20}, {0, 3}})};
   vrow.make = [](const Params& q, Case& c) {
     const int n = 4 * q[0] + q[1];
-    float* weights = c.In<float>(2);
-    weights[0] = AnyFloat(c.rng) / 256.0f;
-    weights[1] = AnyFloat(c.rng) / 256.0f;
+    float* weights = c.In<float>(2, [&] { return AnyFloat(c.rng) / 256.0f; });
     // Slot 1 holds the older row, so the ring indices must be followed.
     float** slots = c.In<float*>(2);
-    for (int k = 0; k < 2; ++k) {
-      slots[k] = c.In<float>(n);
-      for (int x = 0; x < n; ++x) slots[k][x] = AnyFloat(c.rng);
-    }
+    for (int k = 0; k < 2; ++k) slots[k] = c.In<float>(n, [&] { return AnyFloat(c.rng); });
     c.Out<float>(n, n);
     for (int x = 0; x < n; ++x) {
       const float older = slots[1][x] * weights[0], newer = slots[0][x] * weights[1];
@@ -574,12 +522,10 @@ void AddLinearFloat(std::vector<Row>& rows) {
   for (int ch : {3, 2}) {
     const std::string name = ch == 3 ? "CvtF32ToU8_NHWC_3x3_NEON" : "CvtF32ToU8_NHWC_2x2_NEON";
     Row row{name, {"h", "w"}, {{1, 8}, {2, 8}, {3, 16}, {2, 3}, {1, 2}, {2, 4}, {2, 5}, {1, 11}},
-            nullptr, nullptr};
-    row.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 1, 6), Uniform(rng, 1, 40)}; };
+            Draws({{1, 6}, {1, 40}})};
     row.make = [ch](const Params& p, Case& c) {
       const int h = p[0], w = p[1], blocks = ch == 3 ? 9 * w / 24 : w / 4;
-      float* src = c.In<float>(size_t(h) * ch * ch * w);
-      for (int i = 0; i < h * ch * ch * w; ++i) src[i] = AnyFloat(c.rng);
+      float* src = c.In<float>(size_t(h) * ch * ch * w, [&] { return AnyFloat(c.rng); });
       c.Out<uint8_t>(size_t(h) * ch * ch * w, size_t(ch) * w);
       for (int y = 0; y < h; ++y) {
         const size_t base = size_t(y) * (8 * blocks + (ch - 1) * ch * w);
