@@ -240,7 +240,8 @@ Row BilateralStep() {
 
 Row DetailDriver() {
   return {"Boxfilter_2even_A_NEON", {"h", "w", "image"},
-          Combos({{4, 6, 7, 8}, {4, 6, 8, 18, 20, 22, 36, 38}}, {5}, {{3, 8, 0}, {8, 7, 0}, {8, 2, 0}, {4, 8194, 0}}),
+          Combos({{4, 6, 7, 8}, {4, 6, 8, 18, 20, 22, 36, 38}}, {5},
+                 {{3, 8, 0}, {8, 7, 0}, {8, 2, 0}, {4, 8194, 0}}),
           Draws({{4, 14}, {4, 120, 2}, {0, 4}}), [](const Params& p, Case& c) {
     const int h = p[0], w = p[1], rows = h / 4 * 4;
     uint8_t* src = Image(c, h, w, p[2]);
@@ -254,8 +255,8 @@ Row DetailDriver() {
 }
 
 Row DetailFinal() {
-  return {"VBoxfilter_final_A_NEON", {"nvec", "ntail"}, {{0, 0}, {0, 5}, {1, 0}, {2, 7}}, Draws({{0, 12}, {0, 7}}),
-          [](const Params& p, Case& c) {
+  return {"VBoxfilter_final_A_NEON", {"nvec", "ntail"}, {{0, 0}, {0, 5}, {1, 0}, {2, 7}},
+          Draws({{0, 12}, {0, 7}}), [](const Params& p, Case& c) {
     const int n = 8 * p[0] + p[1];
     short* s = c.In<short>(2 * size_t(n), [&] { return Uniform(c.rng, 0, 1530); });
     uint8_t* src = c.RandomBytes(n);

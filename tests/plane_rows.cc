@@ -29,7 +29,8 @@ Row Linear2xNv() {
 }
 
 Row HLinear2xNv() {
-  return {"HResizeLinear_2x_nv_NEON", {"w"}, Combos({Span(1, 41)}), Draws({{1, 200}}), [](const Params& p, Case& c) {
+  return {"HResizeLinear_2x_nv_NEON", {"w"}, Combos({Span(1, 41)}), Draws({{1, 200}}),
+          [](const Params& p, Case& c) {
     const int w = p[0];
     uint8_t* src = c.RandomBytes(2 * w);
     c.Out<int16_t>(4 * w, 4 * w);
@@ -98,7 +99,8 @@ template <class From, class To>
 Row Convert(const char* name, void (*kernel)(From*, To*, int, int, int, int),
             To (*oracle_of)(From, bool body)) {
   return {name, {"h", "w", "pad", "flip"},
-          Combos({{3}, {1, 7, 8, 9, 15, 16, 17, 23, 24, 31, 33, 64, 71}, {0, 5}}, {4}, {{0, 8, 0, 0}, {4, 0, 0, 0}}),
+          Combos({{3}, {1, 7, 8, 9, 15, 16, 17, 23, 24, 31, 33, 64, 71}, {0, 5}}, {4},
+                 {{0, 8, 0, 0}, {4, 0, 0, 0}}),
           Draws({{1, 6}, {1, 90}, {0, 9}, {0, 3}}), [kernel, oracle_of](const Params& p, Case& c) {
     const int h = p[0], w = p[1], ss = w + p[2] + 1, ds = w + p[2];
     const bool empty = h < 1 || w < 1;

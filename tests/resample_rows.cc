@@ -99,7 +99,8 @@ void AddDrivers(std::vector<Row>& rows) {
     std::vector<Params> first = {{0, 4, 0}, {4, 0, 0}, {4, -3, 0}};
     for (auto [w, h] : d.small) first.push_back({h, w, 0});
     rows.push_back({d.name, {"h", "w", "image"}, Combos({d.heights, d.widths}, {3}, first),
-                    Draws({{1, 20}, {1, 140}, {0, 2}}), [d](const Params& p, Case& c) { MakeDriverCase(d, p, c); }});
+                    Draws({{1, 20}, {1, 140}, {0, 2}}),
+                    [d](const Params& p, Case& c) { MakeDriverCase(d, p, c); }});
   }
 }
 
@@ -290,8 +291,8 @@ void AddVectorSteps(std::vector<Row>& rows) {
   };
   for (const Step& s : steps) {
     const bool ctx_taps = std::string(s.name) != "NEON_CALCULATION";
-    rows.push_back({s.name, {"start", "zeroed_taps"}, {{0, 0}, {5, 0}, {3, ctx_taps}}, Draws({{0, 16}, {0, ctx_taps}}),
-                    [s](const Params& q, Case& c) {
+    rows.push_back({s.name, {"start", "zeroed_taps"}, {{0, 0}, {5, 0}, {3, ctx_taps}},
+                    Draws({{0, 16}, {0, ctx_taps}}), [s](const Params& q, Case& c) {
       constexpr int kWidth = 96;
       const uint8_t* line = c.RandomBytes(kWidth);
       int32x4* in = c.In<int32x4>(s.count);
@@ -336,7 +337,8 @@ void AddLinear(std::vector<Row>& rows) {
   for (const LinearDriver& d : drivers) {
     // image 0 random, 1 blocks of 0 and 255, 2 constant.
     rows.push_back({d.name, {"h", "w", "image"},
-                    Combos({{1, 2, 3, 5, 7}, {1, 2, 3, 8, 9, 16, 17, 18, 23, 24, 27, 29}}, {3}, {{0, 4, 0}, {4, 0, 0}}),
+                    Combos({{1, 2, 3, 5, 7}, {1, 2, 3, 8, 9, 16, 17, 18, 23, 24, 27, 29}}, {3},
+                           {{0, 4, 0}, {4, 0, 0}}),
                     Draws({{1, 12}, {1, 100}, {0, 2}}), [d](const Params& p, Case& c) {
       const int h = std::max(p[0], 0), w = std::max(p[1], 0);
       const uint8_t level = static_cast<uint8_t>(c.rng());
@@ -437,7 +439,8 @@ void AddLinearFloat(std::vector<Row>& rows) {
                                {4, Linear_float_4x, HResizeLinear_float_4x_NEON}}) {
     const std::string ratio = std::to_string(r) + "x";
     rows.push_back({"Linear_float_" + ratio, {"h", "w"},
-                    Combos({{1, 2, 4}, {1, 2, 4, 5, 8, 9, 13}}, {}, {{0, 3}, {3, 0}}), Draws({{1, 10}, {1, 60}}), [r, run](const Params& p, Case& c) {
+                    Combos({{1, 2, 4}, {1, 2, 4, 5, 8, 9, 13}}, {}, {{0, 3}, {3, 0}}), Draws({{1, 10}, {1, 60}}),
+                    [r, run](const Params& p, Case& c) {
       const int h = std::max(p[0], 0), w = std::max(p[1], 0), ow = r * w;
       float* src = c.In<float>(size_t(h) * w, [&] { return AnyFloat(c.rng); });
       c.Out<float>(size_t(r) * h * ow, std::max(ow, 1));
@@ -452,7 +455,8 @@ void AddLinearFloat(std::vector<Row>& rows) {
     }});
 
     rows.push_back({"HResizeLinear_float_" + ratio + "_NEON", {"groups", "singles"},
-                    Combos({{0, 1, 3}, Span(0, 3)}), Draws({{0, 12}, {0, 3}}), [r, hpass](const Params& q, Case& c) {
+                    Combos({{0, 1, 3}, Span(0, 3)}), Draws({{0, 12}, {0, 3}}),
+                    [r, hpass](const Params& q, Case& c) {
       const int w = 4 * q[0] + q[1] + 1;
       float* src = c.In<float>(w, [&] { return AnyFloat(c.rng); });
       c.Out<float>(size_t(r) * w, size_t(r) * w);
