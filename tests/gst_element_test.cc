@@ -66,7 +66,8 @@ Planes Direct(VLPixelBufferRef pb, NetType net) {
   std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
   sr->SelectNetType(net);
   sr->Init("");
-  _tagVideoData in = vorlith::test::Record(pb, int(VLPixelBufferGetWidth(pb)), int(VLPixelBufferGetHeight(pb))), out{};
+  _tagVideoData out{}, in = vorlith::test::Record(pb, int(VLPixelBufferGetWidth(pb)),
+                                                  int(VLPixelBufferGetHeight(pb)));
   EXPECT_EQ(sr->ProcessData(&in, &out), net == NET_TYPE_FULL ? SR_OK : SR_OK_LIGHT);
   Planes r{vorlith::test::PackedPlane(out.pixelBuffer, 0), vorlith::test::PackedPlane(out.pixelBuffer, 1)};
   VLPixelBufferRelease(out.pixelBuffer);

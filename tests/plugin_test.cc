@@ -25,7 +25,9 @@ using vorlith::test::ResourceDirectory;
 
 // Collects error-level log lines for the lifetime of the object.
 struct LogCapture {
-  LogCapture() { vorlith::platform::SetErrorLogSinkForTest([this](const std::string& l) { lines.push_back(l); }); }
+  LogCapture() {
+    vorlith::platform::SetErrorLogSinkForTest([this](const std::string& line) { lines.push_back(line); });
+  }
   ~LogCapture() { vorlith::platform::SetErrorLogSinkForTest(nullptr); }
   std::vector<std::string> lines;
 };
@@ -48,8 +50,7 @@ TEST(ModelSize, SmallestCandidateThatHoldsTheFrameFirstInTableOrderOnTies) {
                {961, 540, 1024, 768},  {700, 700, 768, 1024},  {1281, 10, 0, 0}};
   for (const auto& c : cases) {
     plugin.ChooseModelSize(c.w, c.h);
-    EXPECT_EQ(plugin.modelWidth, c.mw) << c.w << "x" << c.h;
-    EXPECT_EQ(plugin.modelHeight, c.mh) << c.w << "x" << c.h;
+    EXPECT_EQ(std::pair(plugin.modelWidth, plugin.modelHeight), std::pair(c.mw, c.mh)) << c.w << "x" << c.h;
   }
 }
 
@@ -65,11 +66,10 @@ TEST(Plugin, SelectorsMapEveryNetTypeToADevice) {
 
 // The luma of the nearest2x fixture network, the bilinear chroma.
 void ExpectNearest(VLPixelBufferRef in, VLPixelBufferRef out, int width, int height) {
-  EXPECT_EQ(VLPixelBufferGetWidthOfPlane(out, 1), size_t(width));
-  EXPECT_EQ(VLPixelBufferGetHeightOfPlane(out, 1), size_t(height));
-  vorlith::test::ExpectNearestLumaBilinearChroma(PackedPlane(in, 0), PackedPlane(in, 1),
-                                                 PackedPlane(out, 0), PackedPlane(out, 1), width,
-                                                 height);
+  EXPECT_EQ(std::pair(VLPixelBufferGetWidthOfPlane(out, 1), VLPixelBufferGetHeightOfPlane(out, 1)),
+            std::pair(size_t(width), size_t(height)));
+  vorlith::test::ExpectNearestLumaBilinearChroma(PackedPlane(in, 0), PackedPlane(in, 1), PackedPlane(out, 0),
+                                                 PackedPlane(out, 1), width, height);
 }
 
 // The affine fixture gives 2*Y - 100 in each 2x2 block: values from -100 to
@@ -136,9 +136,8 @@ TEST_F(PluginTest, MissingNetworksAreLoggedAndFramesRefusedUntouched) {
   Start("", "");
   EXPECT_EQ(plugin()->fullModel, nullptr);
   EXPECT_EQ(plugin()->lightModel, nullptr);
-  ASSERT_EQ(log.lines.size(), 2u);
-  EXPECT_EQ(log.lines[0], "Could not load RTC.onnx in the bundle resource");
-  EXPECT_EQ(log.lines[1], "Could not load RTC_degrade.onnx in the bundle resource");
+  EXPECT_EQ(log.lines, (std::vector<std::string>{"Could not load RTC.onnx in the bundle resource",
+                                                 "Could not load RTC_degrade.onnx in the bundle resource"}));
   EXPECT_EQ(sr_->GetSupportFormat(), 1);
   EXPECT_EQ(RunFrame(64, 36), SR_ERR_UNSUPPORTED);
 }

@@ -136,8 +136,9 @@ std::vector<std::pair<std::vector<uint8_t>, std::vector<uint8_t>>> Y4mFrames(
   for (size_t at = data.find('\n') + 1; data.compare(at, 5, "FRAME") == 0; at += luma + 2 * chroma) {
     at = data.find('\n', at) + 1;
     if (at + luma + 2 * chroma > data.size()) break;
-    std::vector<uint8_t>& uv = frames.emplace_back(std::vector<uint8_t>(data.begin() + at, data.begin() + at + luma),
-                                                   std::vector<uint8_t>(2 * chroma)).second;
+    const auto frame = data.begin() + at;
+    std::vector<uint8_t>& uv =
+        frames.emplace_back(std::vector<uint8_t>(frame, frame + luma), std::vector<uint8_t>(2 * chroma)).second;
     for (size_t i = 0; i < 2 * chroma; ++i) uv[i] = data[at + luma + i % 2 * chroma + i / 2];
   }
   return frames;
