@@ -87,12 +87,12 @@ class Case {
   void Want(size_t i, T value) {
     std::memcpy(&want[i * sizeof(T)], &value, sizeof(T));
   }
-  // The oracle over an h x w grid: element (y, x) is want(y, x), stored at
+  // The oracle over an h x w grid: element (y, x) is oracle(y, x), stored at
   // y * stride + x.
   template <class T, class F>
-  void Grid(int h, int w, size_t stride, F want) {
+  void Grid(int h, int w, size_t stride, F oracle) {
     for (int y = 0; y < h; ++y) {
-      for (int x = 0; x < w; ++x) Want<T>(size_t(y) * stride + x, want(y, x));
+      for (int x = 0; x < w; ++x) Want<T>(size_t(y) * stride + x, oracle(y, x));
     }
   }
 
