@@ -32,11 +32,16 @@ class Builder {
   int Conv(int x, int64_t out_c, int64_t kh, int64_t kw, int64_t top, int64_t left, int64_t bottom,
            int64_t right) {
     Activation out = g_.activations[x];
+    Op op = Make(OpKind::kConv, {x});
+    op.kernel_h = kh;
+    op.kernel_w = kw;
+    op.pad_top = top;
+    op.pad_left = left;
+    op.pad_bottom = bottom;
+    op.pad_right = right;
     // Weights scaled by fan-in keep activations near 1 through deep stacks.
-    Op op{.kind = OpKind::kConv, .inputs = {x}, .kernel_h = kh, .kernel_w = kw, .pad_top = top,
-          .pad_left = left, .pad_bottom = bottom, .pad_right = right,
-          .filter = Random(out_c * kh * kw * out.channels, 1.5f / std::sqrt(float(kh * kw * out.channels))),
-          .bias = Random(out_c, 0.5f)};
+    op.filter = Random(out_c * kh * kw * out.channels, 1.5f / std::sqrt(float(kh * kw * out.channels)));
+    op.bias = Random(out_c, 0.5f);
     out.channels = out_c;
     out.height.offset += top + bottom - kh + 1;
     out.width.offset += left + right - kw + 1;
@@ -44,29 +49,33 @@ class Builder {
   }
   int Same3x3(int x, int64_t out_c) { return Conv(x, out_c, 3, 3, 1, 1, 1, 1); }
   int PRelu(int x) {
-    return Push({.kind = OpKind::kPRelu, .inputs = {x}, .constant = Random(g_.activations[x].channels, 0.5f)},
-                g_.activations[x]);
+    return Push(Make(OpKind::kPRelu, {x}, Random(g_.activations[x].channels, 0.5f)), g_.activations[x]);
   }
   int Clamp(int x, float lo, float hi) {
-    return Push({.kind = OpKind::kClamp, .inputs = {x}, .min = lo, .max = hi}, g_.activations[x]);
+    Op op = Make(OpKind::kClamp, {x});
+    op.min = lo;
+    op.max = hi;
+    return Push(std::move(op), g_.activations[x]);
   }
   // With b < 0 the second operand is a constant of `constant_channels` values.
   int Binary(OpKind kind, int a, int b, int64_t constant_channels = 1) {
     Activation out = g_.activations[a];
     out.channels = std::max(out.channels, b >= 0 ? g_.activations[b].channels : constant_channels);
-    if (b >= 0) return Push({.kind = kind, .inputs = {a, b}}, out);
-    return Push({.kind = kind, .inputs = {a}, .constant = Random(constant_channels, 2.0f)}, out);
+    return Push(b >= 0 ? Make(kind, {a, b}) : Make(kind, {a}, Random(constant_channels, 2.0f)), out);
   }
   int DepthToSpace(int x, int64_t block) {
     const Activation a = g_.activations[x];
-    return Push({.kind = OpKind::kDepthToSpace, .inputs = {x}, .block = block},
-                {a.channels / (block * block), {a.height.scale * block, a.height.offset * block},
-                 {a.width.scale * block, a.width.offset * block}});
+    Op op = Make(OpKind::kDepthToSpace, {x});
+    op.block = block;
+    return Push(std::move(op), {a.channels / (block * block), {a.height.scale * block, a.height.offset * block},
+                                {a.width.scale * block, a.width.offset * block}});
   }
   int Resize(int x, ResizeCoords coords) {
     const Activation a = g_.activations[x];
-    return Push({.kind = OpKind::kResizeBilinear, .inputs = {x}, .coords = coords},
-                {a.channels, {a.height.scale * 2, a.height.offset * 2}, {a.width.scale * 2, a.width.offset * 2}});
+    Op op = Make(OpKind::kResizeBilinear, {x});
+    op.coords = coords;
+    return Push(std::move(op), {a.channels, {a.height.scale * 2, a.height.offset * 2},
+                                {a.width.scale * 2, a.width.offset * 2}});
   }
 
   Graph Finish(int output) {
@@ -80,6 +89,13 @@ class Builder {
     std::vector<float> v(static_cast<size_t>(n));
     for (float& x : v) x = u(rng_);
     return v;
+  }
+  static Op Make(OpKind kind, std::vector<int> inputs, std::vector<float> constant = {}) {
+    Op op;
+    op.kind = kind;
+    op.inputs = std::move(inputs);
+    op.constant = std::move(constant);
+    return op;
   }
   int Push(Op op, Activation out) {
     g_.activations.push_back(out);
