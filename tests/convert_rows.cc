@@ -2,7 +2,10 @@
 // steps. Colours are random bytes or (colours=1) the values where the
 // arithmetic is at its edges: black, white, greys, saturated primaries,
 // luma outside 16..235 and chroma at its extremes.
+#include <gtest/gtest.h>
+
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 
@@ -34,16 +37,12 @@ uint8_t* Samples(Case& c, size_t count, bool special, int group) {
   return p;
 }
 
-// Widths around the 16-pixel step and every tail length, odd ones included.
-std::vector<int> Widths() {
-  std::vector<int> w;
-  for (int i = 1; i <= 35; ++i) w.push_back(i);
-  for (int i : {46, 47, 48, 49, 63, 64, 65, 96, 130}) w.push_back(i);
-  return w;
-}
-
-Params Draw(std::mt19937& rng, int max_h, int max_w) {
-  return Params{Uniform(rng, 1, max_h), Uniform(rng, 1, max_w), Uniform(rng, 0, 1)};
+// After `first`, a case for each width around the 16-pixel step and every
+// tail length, odd ones included.
+std::vector<Params> Widths(std::vector<Params> first, Params (*of_width)(int w)) {
+  for (int w = 1; w <= 35; ++w) first.push_back(of_width(w));
+  for (int w : {46, 47, 48, 49, 63, 64, 65, 96, 130}) first.push_back(of_width(w));
+  return first;
 }
 
 // ---- RGBA and I420 with alpha ----
@@ -52,11 +51,9 @@ Params Draw(std::mt19937& rng, int max_h, int max_w) {
 size_t PairStart(int w, int pair) { return size_t(pair) * (2 * w - (w & 1)); }
 
 Row RgbaToI420a() {
-  Row row{"RGBA2I420A_NEON", {"h", "w", "colours"}, {{0, 16, 0}, {1, 16, 1}, {5, 18, 1}}, nullptr,
-          nullptr};
-  for (int w : Widths()) row.sizes.push_back({2 + w % 2, w, w % 3 == 0});
-  row.draw = [](std::mt19937& rng) { return Draw(rng, 9, 140); };
-  row.make = [](const Params& p, Case& c) {
+  return {"RGBA2I420A_NEON", {"h", "w", "colours"},
+          Widths({{0, 16, 0}, {1, 16, 1}, {5, 18, 1}}, [](int w) { return Params{2 + w % 2, w, w % 3 == 0}; }),
+          Draws({{1, 9}, {1, 140}, {0, 1}}), [](const Params& p, Case& c) {
     const int h = p[0], w = p[1], P = w * h;
     uint8_t* rgba = Samples(c, 4 * size_t(P), p[2], 4);
     c.Out<uint8_t>(size_t(P) * 5 / 2, w);
@@ -76,16 +73,13 @@ Row RgbaToI420a() {
     }
     _StLanczos1p5x* ctx = c.Context();
     c.run = [=](void* out) { RGBA2I420A_NEON(ctx, rgba, static_cast<uint8_t*>(out), h, w); };
-  };
-  return row;
+  }};
 }
 
 Row I420aToRgba() {
-  Row row{"I420A2RGBA_NEON", {"h", "w", "colours"}, {{0, 16, 0}, {1, 16, 1}, {5, 18, 1}}, nullptr,
-          nullptr};
-  for (int w : Widths()) row.sizes.push_back({2 + w % 2, w, w % 3 == 0});
-  row.draw = [](std::mt19937& rng) { return Draw(rng, 9, 140); };
-  row.make = [](const Params& p, Case& c) {
+  return {"I420A2RGBA_NEON", {"h", "w", "colours"},
+          Widths({{0, 16, 0}, {1, 16, 1}, {5, 18, 1}}, [](int w) { return Params{2 + w % 2, w, w % 3 == 0}; }),
+          Draws({{1, 9}, {1, 140}, {0, 1}}), [](const Params& p, Case& c) {
     const int h = p[0], w = p[1];
     const size_t P = size_t(w) * h, C = size_t(w / 2) * (h / 2);
     uint8_t *y = Samples(c, P, p[2], 1), *u = Samples(c, C, p[2], 1),
@@ -104,17 +98,15 @@ Row I420aToRgba() {
     }
     _StLanczos1p5x* ctx = c.Context();
     c.run = [=](void* out) { I420A2RGBA_NEON(ctx, y, u, v, a, static_cast<uint8_t*>(out), h, w); };
-  };
-  return row;
+  }};
 }
 
 // ---- Luma-ratio split and merge ----
 
 Row Split() {
-  Row row{"RGBA2RGBA_Y_RGBR_NEON", {"h", "w", "colours"}, {{0, 8, 0}, {3, 0, 0}}, nullptr, nullptr};
-  for (int w : Widths()) row.sizes.push_back({1 + w % 3, w, w % 2});
-  row.draw = [](std::mt19937& rng) { return Draw(rng, 6, 70); };
-  row.make = [](const Params& p, Case& c) {
+  return {"RGBA2RGBA_Y_RGBR_NEON", {"h", "w", "colours"},
+          Widths({{0, 8, 0}, {3, 0, 0}}, [](int w) { return Params{1 + w % 3, w, w % 2}; }),
+          Draws({{1, 6}, {1, 70}, {0, 1}}), [](const Params& p, Case& c) {
     const int h = p[0], w = p[1];
     const size_t n = size_t(w) * h;
     uint8_t* rgba = Samples(c, 4 * n, p[2], 4);
@@ -139,18 +131,16 @@ Row Split() {
       RGBA2RGBA_Y_RGBR_NEON(ctx, rgba, reinterpret_cast<float*>(o), o + n,
                             reinterpret_cast<uint8_t*>(o + 13 * n), h, w);
     };
-  };
-  return row;
+  }};
 }
 
 // Sums of luma and difference within a few units of a level boundary, where
 // the integer and the float add part (mode 0), or anything at all: huge,
 // negative and non-finite luma, any difference (mode 1).
 Row Merge() {
-  Row row{"RGBA2RGBA_F_NEON", {"h", "w", "wild"}, {{0, 8, 0}, {2, 0, 0}}, nullptr, nullptr};
-  for (int w : Widths()) row.sizes.push_back({1 + w % 3, w, w % 4 == 3});
-  row.draw = [](std::mt19937& rng) { return Draw(rng, 6, 70); };
-  row.make = [](const Params& p, Case& c) {
+  return {"RGBA2RGBA_F_NEON", {"h", "w", "wild"},
+          Widths({{0, 8, 0}, {2, 0, 0}}, [](int w) { return Params{1 + w % 3, w, w % 4 == 3}; }),
+          Draws({{1, 6}, {1, 70}, {0, 1}}), [](const Params& p, Case& c) {
     const int h = p[0], w = p[1];
     const size_t n = size_t(w) * h;
     float* luma = c.In<float>(n);
@@ -172,33 +162,22 @@ Row Merge() {
       }
     }
     c.Out<uint8_t>(4 * n, 4 * w);
-    for (int y = 0; y < h; ++y) {
-      for (int x = 0; x < w; ++x) {
-        const size_t i = size_t(y) * w + x;
-        for (int ch = 0; ch < 3; ++ch) {
-          c.Want(4 * i + ch, oracle::MergeChannel(luma[i], diff[ch * n + i], x < w / 8 * 8));
-        }
-        c.Want(4 * i + 3, alpha[i]);
-      }
-    }
+    c.Grid<uint8_t>(h, 4 * w, 4 * w, [&](int y, int b) {
+      const size_t i = size_t(y) * w + b / 4;
+      return b % 4 == 3 ? alpha[i] : oracle::MergeChannel(luma[i], diff[b % 4 * n + i], b / 4 < w / 8 * 8);
+    });
     c.run = [=](void* out) { RGBA2RGBA_F_NEON(static_cast<uint8_t*>(out), luma, diff, alpha, h, w); };
-  };
-  return row;
+  }};
 }
 
 // ---- YUV copy, crop, YUV to RGB, RGB to RGBA ----
 
 Row Yuvcpy() {
-  Row row{"yuvcpy", {"h", "w", "right", "below", "interleaved"}, {}, nullptr, nullptr};
-  for (int w : Widths()) row.sizes.push_back({2 + w % 3, w, w % 7 - 1, (w / 7) % 7 - 1, w % 2});
   // Heights below 2 write nothing, not even the bottom edge.
-  row.sizes.insert(row.sizes.end(), {{1, 16, 2, 3, 0}, {0, 8, 1, 1, 1}, {4, 0, 2, 2, 0},
-                                     {6, 20, 3, 3, 1}, {5, 17, 5, 5, 0}});
-  row.draw = [](std::mt19937& rng) {
-    return Params{Uniform(rng, 2, 9), Uniform(rng, 1, 80), Uniform(rng, -1, 5), Uniform(rng, -1, 5),
-                  Uniform(rng, 0, 1)};
-  };
-  row.make = [](const Params& p, Case& c) {
+  return {"yuvcpy", {"h", "w", "right", "below", "interleaved"},
+          Widths({{1, 16, 2, 3, 0}, {0, 8, 1, 1, 1}, {4, 0, 2, 2, 0}, {6, 20, 3, 3, 1}, {5, 17, 5, 5, 0}},
+                 [](int w) { return Params{2 + w % 3, w, w % 7 - 1, (w / 7) % 7 - 1, w % 2}; }),
+          Draws({{2, 9}, {1, 80}, {-1, 5}, {-1, 5}, {0, 1}}), [](const Params& p, Case& c) {
     const int h = p[0], w = p[1], pairs = h / 2, cols = w + w % 2;
     const bool nv12 = p[4], empty = pairs == 0 || w < 1;
     const int ys = cols + 3, cw = cols / 2, ch = (h + 1) / 2, cs = (nv12 ? 2 * cw : cw) + 2;
@@ -209,59 +188,44 @@ Row Yuvcpy() {
     const int ds = 4 * std::max(w + p[2], cols + pad) + 8;
     const size_t rows = empty ? 0 : 2 * pairs + below;
     c.Out<uint8_t>(empty ? 0 : below ? rows * ds : (rows - 1) * ds + 4 * (cols + pad), ds);
-    for (int y = 0; y < 2 * pairs && !empty; ++y) {
-      for (int x = 0; x < cols + pad; ++x) {
-        const int xs = std::min(x, cols - 1), k = xs / 2;
-        const uint8_t* crow = uv + size_t(y / 2) * cs;
-        const uint8_t px[4] = {nv12 ? crow[2 * k + 1] : crow[size_t(ch) * cw + k],
-                               nv12 ? crow[2 * k] : crow[k], luma[size_t(y) * ys + xs], 255};
-        for (int b = 0; b < 4; ++b) c.Want(size_t(y) * ds + 4 * x + b, px[b]);
-      }
-    }
+    c.Grid<uint8_t>(empty ? 0 : 2 * pairs, 4 * (cols + pad), ds, [&](int y, int b) {
+      const int xs = std::min(b / 4, cols - 1), k = xs / 2;
+      const uint8_t* crow = uv + size_t(y / 2) * cs;
+      const uint8_t px[4] = {nv12 ? crow[2 * k + 1] : crow[size_t(ch) * cw + k],
+                             nv12 ? crow[2 * k] : crow[k], luma[size_t(y) * ys + xs], 255};
+      return px[b % 4];
+    });
     for (int i = 1; i <= below && !empty; ++i) {
       std::copy_n(&c.want[size_t(2 * pairs - 1) * ds], ds, &c.want[size_t(2 * pairs - 1 + i) * ds]);
     }
     c.run = [=](void* out) {
       yuvcpy(luma, w, h, ys, uv, cw, ch, cs, static_cast<uint8_t*>(out), w + p[2], h + p[3], ds, nv12);
     };
-  };
-  return row;
+  }};
 }
 
 Row Crop() {
-  Row row{"BGRACrop", {"h", "w", "src_pad", "dst_pad"}, {{0, 4, 0, 0}, {3, 0, 0, 0}}, nullptr,
-          nullptr, false};
-  for (int w : Widths()) row.sizes.push_back({1 + w % 3, w, w % 5, w % 3});
-  row.draw = [](std::mt19937& rng) {
-    return Params{Uniform(rng, 1, 6), Uniform(rng, 1, 90), Uniform(rng, 0, 9), Uniform(rng, 0, 9)};
-  };
-  row.make = [](const Params& p, Case& c) {
+  return {"BGRACrop", {"h", "w", "src_pad", "dst_pad"},
+          Widths({{0, 4, 0, 0}, {3, 0, 0, 0}}, [](int w) { return Params{1 + w % 3, w, w % 5, w % 3}; }),
+          Draws({{1, 6}, {1, 90}, {0, 9}, {0, 9}}), [](const Params& p, Case& c) {
     const int h = p[0], w = p[1], ss = 4 * w + p[2], ds = 4 * w + p[3];
     const bool empty = h < 1 || w < 1;
     uint8_t* src = c.RandomBytes(empty ? 0 : size_t(h - 1) * ss + 4 * w);
     c.Out<uint8_t>(empty ? 0 : size_t(h - 1) * ds + 4 * w, ds);
-    for (int y = 0; y < h && !empty; ++y) {
-      for (int i = 0; i < 4 * w; ++i) c.Want(size_t(y) * ds + i, src[size_t(y) * ss + i]);
-    }
+    c.Grid<uint8_t>(h, 4 * w, ds, [&](int y, int i) { return src[size_t(y) * ss + i]; });
     c.run = [=](void* out) { BGRACrop(src, static_cast<uint8_t*>(out), 7, 9, ss, w, h, ds); };
-  };
-  return row;
+  }, false};
 }
 
 // Luma rows read at the packed addressing whatever the stride: row 2p+1
 // `w` bytes after row 2p, pair p at p*(w + y_stride). An odd height's last
 // pair reads and writes one row past the image.
 Row YuvToRgb(bool nv12) {
-  Row row{nv12 ? "CvtColorNV12ToRGBInterleaved" : "CvtColorI420ToRGBInterleaved",
-          {"h", "w", "colours", "y_pad", "uv_pad"}, {{0, 8, 0, 0, 0}, {3, 0, 0, 0, 0}}, nullptr, nullptr};
-  for (int w : Widths()) row.sizes.push_back({1 + w % 4, w, w % 3 == 1, 0, w % 3});
-  row.sizes.insert(row.sizes.end(), {{6, 20, 0, 7, 0}, {5, 33, 1, 3, 4}});
-  row.draw = [](std::mt19937& rng) {
-    Params q = Draw(rng, 9, 90);
-    q.insert(q.end(), {Uniform(rng, 0, 1) * Uniform(rng, 0, 9), Uniform(rng, 0, 5)});
-    return q;
-  };
-  row.make = [nv12](const Params& p, Case& c) {
+  return {nv12 ? "CvtColorNV12ToRGBInterleaved" : "CvtColorI420ToRGBInterleaved",
+          {"h", "w", "colours", "y_pad", "uv_pad"},
+          Widths({{0, 8, 0, 0, 0}, {3, 0, 0, 0, 0}, {6, 20, 0, 7, 0}, {5, 33, 1, 3, 4}},
+                 [](int w) { return Params{1 + w % 4, w, w % 3 == 1, 0, w % 3}; }),
+          Draws({{1, 9}, {1, 90}, {0, 1}, {0, 9}, {0, 5}}), [nv12](const Params& p, Case& c) {
     const int h = p[0], w = p[1], pairs = (h + 1) / 2, ys = w + p[3];
     const int cw = (w + 1) / 2, cs = (nv12 ? 2 * cw : cw) + p[4], v_at = h * w / 4;
     const bool empty = h < 1 || w < 1;
@@ -269,43 +233,37 @@ Row YuvToRgb(bool nv12) {
     const size_t last = empty ? 0 : size_t(pairs - 1) * cs + (nv12 ? 2 * cw : cw);
     uint8_t* uv = Samples(c, empty ? 0 : nv12 ? last : std::max(last, v_at + last), p[2], 1);
     c.Out<uint8_t>(empty ? 0 : size_t(pairs) * 6 * w, 3 * w);
-    for (int y = 0; y < 2 * pairs && !empty; ++y) {
-      for (int x = 0; x < w; ++x) {
-        const size_t k = size_t(y / 2) * cs + (nv12 ? 2 * (x / 2) : x / 2);
-        uint8_t rgb[3];
-        oracle::Rgb601Q20(luma[size_t(y / 2) * (w + ys) + size_t(y % 2) * w + x], uv[k],
-                          nv12 ? uv[k + 1] : uv[v_at + k], rgb);
-        for (int ch = 0; ch < 3; ++ch) c.Want(size_t(y) * 3 * w + 3 * x + ch, rgb[ch]);
-      }
-    }
+    c.Grid<uint8_t>(empty ? 0 : 2 * pairs, 3 * w, 3 * w, [&](int y, int b) {
+      const int x = b / 3;
+      const size_t k = size_t(y / 2) * cs + (nv12 ? 2 * (x / 2) : x / 2);
+      uint8_t rgb[3];
+      oracle::Rgb601Q20(luma[size_t(y / 2) * (w + ys) + size_t(y % 2) * w + x], uv[k],
+                        nv12 ? uv[k + 1] : uv[v_at + k], rgb);
+      return rgb[b % 3];
+    });
     c.run = [=](void* out) {
       (nv12 ? CvtColorNV12ToRGBInterleaved : CvtColorI420ToRGBInterleaved)(
           luma, ys, uv, cs, static_cast<uint8_t*>(out), w, h);
     };
-  };
-  return row;
+  }};
 }
 
 Row RgbToRgba() {
-  Row row{"CvtRGBtoRGBA_lanczos", {"h", "w", "dst_pad"}, {{0, 16, 0}, {2, 0, 0}}, nullptr, nullptr};
-  for (int w : Widths()) row.sizes.push_back({1 + w % 3, w, w % 5});
-  row.draw = [](std::mt19937& rng) { return Draw(rng, 6, 100); };
-  row.make = [](const Params& p, Case& c) {
+  return {"CvtRGBtoRGBA_lanczos", {"h", "w", "dst_pad"},
+          Widths({{0, 16, 0}, {2, 0, 0}}, [](int w) { return Params{1 + w % 3, w, w % 5}; }),
+          Draws({{1, 6}, {1, 100}, {0, 4}}), [](const Params& p, Case& c) {
     const int h = p[0], w = p[1], ds = 4 * w + p[2];
     const bool empty = h < 1 || w < 1;
     uint8_t* src = c.RandomBytes(empty ? 0 : size_t(h) * 3 * w);
     c.Out<uint8_t>(empty ? 0 : size_t(h - 1) * ds + 4 * w, ds);
-    for (int y = 0; y < h && !empty; ++y) {
-      for (int x = 0; x < w; ++x) {
-        const uint8_t* s = src + (size_t(y) * w + x) * 3;
-        const bool swap = x < w / 16 * 16;  // only the 16-pixel steps swap
-        const uint8_t px[4] = {s[swap ? 2 : 0], s[1], s[swap ? 0 : 2], 255};
-        for (int b = 0; b < 4; ++b) c.Want(size_t(y) * ds + 4 * x + b, px[b]);
-      }
-    }
+    c.Grid<uint8_t>(h, 4 * w, ds, [&](int y, int b) {
+      const uint8_t* s = src + (size_t(y) * w + b / 4) * 3;
+      const bool swap = b / 4 < w / 16 * 16;  // only the 16-pixel steps swap
+      const uint8_t px[4] = {s[swap ? 2 : 0], s[1], s[swap ? 0 : 2], 255};
+      return px[b % 4];
+    });
     c.run = [=](void* out) { CvtRGBtoRGBA_lanczos(src, static_cast<uint8_t*>(out), w, h, ds); };
-  };
-  return row;
+  }};
 }
 
 // ---- Vector steps ----
@@ -319,9 +277,8 @@ T Lane(const void* vectors, int i) {
 }
 
 Row Steps(bool q20) {
-  Row row{q20 ? "RGBA2RGBA_steps" : "RGBA2I420A_I420A2RGBA_steps", {"colours"}, {{0}, {1}},
-          [](std::mt19937& rng) { return Params{Uniform(rng, 0, 1)}; }, nullptr, false};
-  row.make = [q20](const Params& p, Case& c) {
+  return {q20 ? "RGBA2RGBA_steps" : "RGBA2I420A_I420A2RGBA_steps", {"colours"}, {{0}, {1}}, Draws({{0, 1}}),
+          [q20](const Params& p, Case& c) {
     uint8_t* px = Samples(c, 32, p[0], 4);
     uint8_t* yuv = Samples(c, 24, p[0], 1);  // 8 Y, 8 U, 8 V
     int32x4* in = c.In<int32x4>(2);
@@ -383,116 +340,53 @@ Row Steps(bool q20) {
       UV_u8_to_s32_NEON_8LEN(ctx, yuv + 16, e[0], e[1]);
       I420A2RGBA_NEON_CAL(ctx, k[0], d[0], e[0], reinterpret_cast<short*>(o + 72));
     };
-  };
-  return row;
-}
-
-// The documented worked examples, as literal bytes, through the kernels on
-// every target (vector columns and tails alike); each agrees with its
-// formula. RGBA to I420A of white, black and red bands; I420A back from
-// (16,128,128), (235,128,128), (235,128,240); the split of grey 128 and
-// red, the merge of grey 128 at 125 levels; NV12 to RGB at Y 10, 16, 235.
-Row WorkedExamples() {
-  Row row{"WorkedExamples", {"n"}, {{1}, {3}}, nullptr, nullptr};
-  row.make = [](const Params& p, Case& c) {
-    const int n = p[0], w = 6 * n, P = 2 * w;  // two rows of three bands 2n wide
-    auto align = [](size_t at) { return (at + 15) / 16 * 16; };
-    const size_t rgba_at = align(size_t(P) * 5 / 2), split_at = align(rgba_at + 4 * size_t(P)),
-                 merge_at = split_at + 112, yuv_at = merge_at + 36;
-    c.Out<uint8_t>(yuv_at + 24, w);
-
-    static const uint8_t kPixels[3][4] = {{255, 255, 255, 9}, {0, 0, 0, 9}, {255, 0, 0, 9}};
-    static const uint8_t kY[3] = {235, 16, 81}, kU[3] = {128, 128, 90}, kV[3] = {128, 128, 239};
-    uint8_t* rgba = c.In<uint8_t>(4 * size_t(P));
-    for (int i = 0; i < P; ++i) {
-      const int band = i % w / (2 * n);
-      std::memcpy(rgba + 4 * i, kPixels[band], 4);
-      c.Want(i, kY[band]);
-      c.Want(P * 3 / 2 + i, uint8_t{9});
-      if (i < w && i % 2 == 0) {
-        c.Want(P + i / 2, kU[band]);
-        c.Want(P * 5 / 4 + i / 2, kV[band]);
-      }
-    }
-
-    // I420A planes of the same 2 x w size: Y, A, U, V; blocks cycle through
-    // the three colours.
-    static const uint8_t kBlockY[3] = {16, 235, 235}, kBlockV[3] = {128, 128, 240};
-    static const uint8_t kBlockRgb[3][3] = {{0, 0, 0}, {254, 254, 254}, {255, 163, 254}};
-    uint8_t* planes = c.In<uint8_t>(5 * size_t(w));
-    uint8_t *py = planes, *pa = planes + 2 * w, *pu = planes + 4 * w, *pv = pu + w / 2;
-    for (int i = 0; i < P; ++i) {
-      const int x = i % w, b = x / 2 % 3;
-      py[i] = kBlockY[b];
-      pa[i] = static_cast<uint8_t>(i);
-      pu[x / 2] = 128;
-      pv[x / 2] = kBlockV[b];
-      for (int ch = 0; ch < 3; ++ch) c.Want(rgba_at + 4 * i + ch, kBlockRgb[b][ch]);
-      c.Want(rgba_at + 4 * i + 3, pa[i]);
-    }
-
-    // Split of one row of two pixels: luma, three 4 x 2 difference planes,
-    // 4 x 2 alpha.
-    static const uint8_t kSplit[8] = {128, 128, 128, 1, 255, 0, 0, 2};
-    static const int32_t kDiffs[3][2] = {{-19528688, 167814202},
-                                         {-19528672, -313565 * 255 - 19528672},
-                                         {-19528704, -313172 * 255 - 19528704}};
-    uint8_t* split_in = c.In<uint8_t>(8);
-    std::memcpy(split_in, kSplit, 8);
-    for (int x = 0; x < 2; ++x) {
-      c.Want<float>(split_at / 4 + x, x ? 81.0f : 125.0f);
-      for (int k = 0; k < 4; ++k) {
-        const size_t at = (k / 2) * 4 + 2 * x + k % 2;
-        for (int ch = 0; ch < 3; ++ch) c.Want<int32_t>(split_at / 4 + 2 + ch * 8 + at, kDiffs[ch][x]);
-        c.Want(split_at + 104 + at, kSplit[4 * x + 3]);
-      }
-    }
-
-    // Merge of 9 grey pixels (8 vector columns and a tail): 126, not 128.
-    float* merge_luma = c.In<float>(9);
-    int32_t* merge_diff = c.In<int32_t>(27);
-    uint8_t* merge_alpha = c.In<uint8_t>(9);
-    for (int i = 0; i < 9; ++i) {
-      merge_luma[i] = 125.0f * 1220544;
-      merge_alpha[i] = 77;
-      for (int ch = 0; ch < 3; ++ch) {
-        merge_diff[ch * 9 + i] = kDiffs[ch][0];
-        c.Want(merge_at + 4 * i + ch, uint8_t{126});
-      }
-      c.Want(merge_at + 4 * i + 3, uint8_t{77});
-    }
-
-    // NV12 4 x 2 with neutral chroma: Y 10 and 16 give black, 235 white.
-    static const uint8_t kYuv[12] = {10, 16, 235, 235, 10, 16, 235, 235, 128, 128, 128, 128};
-    uint8_t* yuv = c.In<uint8_t>(12);
-    std::memcpy(yuv, kYuv, 12);
-    for (int i = 0; i < 8; ++i) {
-      for (int ch = 0; ch < 3; ++ch) c.Want(yuv_at + 3 * i + ch, uint8_t(i % 4 < 2 ? 0 : 255));
-    }
-
-    _StLanczos1p5x* ctx = c.Context();
-    c.run = [=](void* out) {
-      uint8_t* o = static_cast<uint8_t*>(out);
-      RGBA2I420A_NEON(ctx, rgba, o, 2, w);
-      I420A2RGBA_NEON(ctx, py, pu, pv, pa, o + rgba_at, 2, w);
-      RGBA2RGBA_Y_RGBR_NEON(ctx, split_in, reinterpret_cast<float*>(o + split_at),
-                            reinterpret_cast<int*>(o + split_at + 8), o + split_at + 104, 1, 2);
-      RGBA2RGBA_F_NEON(o + merge_at, merge_luma, merge_diff, merge_alpha, 1, 9);
-      CvtColorNV12ToRGBInterleaved(yuv, 4, yuv + 8, 4, o + yuv_at, 4, 2);
-    };
-  };
-  return row;
+  }, false};
 }
 
 }  // namespace
 
 std::vector<Row> ConvertRows() {
-  std::vector<Row> rows = {RgbaToI420a(), I420aToRgba(), Split(),        Merge(),
-                           Yuvcpy(),      Crop(),        YuvToRgb(false), YuvToRgb(true),
-                           RgbToRgba(),   WorkedExamples()};
-  rows.push_back(Steps(false));
-  rows.push_back(Steps(true));
-  return rows;
+  return {RgbaToI420a(), I420aToRgba(), Split(),   Merge(),       Yuvcpy(),     Crop(),
+          YuvToRgb(false), YuvToRgb(true), RgbToRgba(), Steps(false), Steps(true)};
 }
 
 }  // namespace vorlith::check
+
+namespace {
+
+// The documented worked examples hold for the oracles, to which the rows
+// hold every kernel on every target.
+TEST(ConvertOracle, AgreesWithTheDocumentedExamples) {
+  using namespace vorlith::oracle;
+  // RGBA to limited-range Y, Cb, Cr: white, black, red.
+  for (auto [r, g, b, y, u, v] : {std::array{255, 255, 255, 235, 128, 128}, {0, 0, 0, 16, 128, 128},
+                                  {255, 0, 0, 81, 90, 239}}) {
+    EXPECT_EQ((std::array{int{Luma601(r, g, b)}, int{Cb601(r, g, b)}, int{Cr601(r, g, b)}}),
+              (std::array{y, u, v})) << r << "," << g << "," << b;
+  }
+  // Back by Q16 (no rounding: white is 254) and by Q20 (Y below 16 is black).
+  auto rgb = [](void (*f)(int, int, int, uint8_t*), int y, int u, int v) {
+    uint8_t out[3];
+    f(y, u, v, out);
+    return std::array<int, 3>{out[0], out[1], out[2]};
+  };
+  EXPECT_EQ(rgb(Rgb601Q16, 16, 128, 128), (std::array{0, 0, 0}));
+  EXPECT_EQ(rgb(Rgb601Q16, 235, 128, 128), (std::array{254, 254, 254}));
+  EXPECT_EQ(rgb(Rgb601Q16, 235, 128, 240), (std::array{255, 163, 254}));
+  for (int y : {10, 16}) EXPECT_EQ(rgb(Rgb601Q20, y, 128, 128), (std::array{0, 0, 0}));
+  EXPECT_EQ(rgb(Rgb601Q20, 235, 128, 128), (std::array{255, 255, 255}));
+  // The luma-ratio split of grey 128 and of red; merged back at 125 levels,
+  // grey comes out 126 by the integer and by the float add.
+  EXPECT_EQ(SplitLuma(128, 128, 128), 125);
+  EXPECT_EQ(SplitLuma(255, 0, 0), 81);
+  const int32_t diffs[3][2] = {{-19528688, 167814202},
+                               {-19528672, -313565 * 255 - 19528672},
+                               {-19528704, -313172 * 255 - 19528704}};
+  for (int ch = 0; ch < 3; ++ch) {
+    EXPECT_EQ(SplitDiff(ch, 128, 128, 128), diffs[ch][0]) << ch;
+    EXPECT_EQ(SplitDiff(ch, 255, 0, 0), diffs[ch][1]) << ch;
+    for (bool body : {true, false}) EXPECT_EQ(MergeChannel(125.0f * 1220544, diffs[ch][0], body), 126);
+  }
+}
+
+}  // namespace

@@ -31,10 +31,8 @@ class Builder {
 
   int Conv(int x, int64_t out_c, int64_t kh, int64_t kw, int64_t top, int64_t left, int64_t bottom,
            int64_t right) {
-    const Activation a = g_.activations[x];
-    Op op;
-    op.kind = OpKind::kConv;
-    op.inputs = {x};
+    Activation out = g_.activations[x];
+    Op op = Make(OpKind::kConv, {x});
     op.kernel_h = kh;
     op.kernel_w = kw;
     op.pad_top = top;
@@ -42,62 +40,40 @@ class Builder {
     op.pad_bottom = bottom;
     op.pad_right = right;
     // Weights scaled by fan-in keep activations near 1 through deep stacks.
-    op.filter = Random(out_c * kh * kw * a.channels, 1.5f / std::sqrt(float(kh * kw * a.channels)));
+    op.filter = Random(out_c * kh * kw * out.channels, 1.5f / std::sqrt(float(kh * kw * out.channels)));
     op.bias = Random(out_c, 0.5f);
-    Activation out = a;
     out.channels = out_c;
     out.height.offset += top + bottom - kh + 1;
     out.width.offset += left + right - kw + 1;
     return Push(std::move(op), out);
   }
   int Same3x3(int x, int64_t out_c) { return Conv(x, out_c, 3, 3, 1, 1, 1, 1); }
-
   int PRelu(int x) {
-    Op op;
-    op.kind = OpKind::kPRelu;
-    op.inputs = {x};
-    op.constant = Random(g_.activations[x].channels, 0.5f);
-    return Push(std::move(op), g_.activations[x]);
+    return Push(Make(OpKind::kPRelu, {x}, Random(g_.activations[x].channels, 0.5f)), g_.activations[x]);
   }
   int Clamp(int x, float lo, float hi) {
-    Op op;
-    op.kind = OpKind::kClamp;
-    op.inputs = {x};
+    Op op = Make(OpKind::kClamp, {x});
     op.min = lo;
     op.max = hi;
     return Push(std::move(op), g_.activations[x]);
   }
   // With b < 0 the second operand is a constant of `constant_channels` values.
   int Binary(OpKind kind, int a, int b, int64_t constant_channels = 1) {
-    Op op;
-    op.kind = kind;
     Activation out = g_.activations[a];
-    if (b >= 0) {
-      op.inputs = {a, b};
-      out.channels = std::max(out.channels, g_.activations[b].channels);
-    } else {
-      op.inputs = {a};
-      op.constant = Random(constant_channels, 2.0f);
-      out.channels = std::max(out.channels, constant_channels);
-    }
-    return Push(std::move(op), out);
+    out.channels = std::max(out.channels, b >= 0 ? g_.activations[b].channels : constant_channels);
+    return Push(b >= 0 ? Make(kind, {a, b}) : Make(kind, {a}, Random(constant_channels, 2.0f)), out);
   }
   int DepthToSpace(int x, int64_t block) {
-    Op op;
-    op.kind = OpKind::kDepthToSpace;
-    op.inputs = {x};
+    const Activation a = g_.activations[x];
+    Op op = Make(OpKind::kDepthToSpace, {x});
     op.block = block;
-    const Activation& a = g_.activations[x];
-    return Push(std::move(op), {a.channels / (block * block),
-                                {a.height.scale * block, a.height.offset * block},
+    return Push(std::move(op), {a.channels / (block * block), {a.height.scale * block, a.height.offset * block},
                                 {a.width.scale * block, a.width.offset * block}});
   }
   int Resize(int x, ResizeCoords coords) {
-    Op op;
-    op.kind = OpKind::kResizeBilinear;
-    op.inputs = {x};
+    const Activation a = g_.activations[x];
+    Op op = Make(OpKind::kResizeBilinear, {x});
     op.coords = coords;
-    const Activation& a = g_.activations[x];
     return Push(std::move(op), {a.channels, {a.height.scale * 2, a.height.offset * 2},
                                 {a.width.scale * 2, a.width.offset * 2}});
   }
@@ -114,7 +90,14 @@ class Builder {
     for (float& x : v) x = u(rng_);
     return v;
   }
-  int Push(Op op, const Activation& out) {
+  static Op Make(OpKind kind, std::vector<int> inputs, std::vector<float> constant = {}) {
+    Op op;
+    op.kind = kind;
+    op.inputs = std::move(inputs);
+    op.constant = std::move(constant);
+    return op;
+  }
+  int Push(Op op, Activation out) {
     g_.activations.push_back(out);
     const int id = static_cast<int>(g_.activations.size()) - 1;
     op.output = id;

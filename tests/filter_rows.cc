@@ -50,46 +50,34 @@ uint8_t* Image(Case& c, int h, int w, int kind) {
 // range (3x3 sums wrap), 3 constant with b |N| = 1, 4 constant with b |N|
 // about 2.5, with noise so some columns sit on either side of 1 and 2.
 short* Guide(Case& c, size_t n, int kind, float& a, float& b) {
-  short* g = c.In<short>(std::max<size_t>(n, 1));
   const int k = Uniform(c.rng, 1, 3640) * (c.rng() % 2 ? 1 : -1);
   a = UniformF(c.rng, -4.0f, 4.0f);
   b = kind == 3 ? 1.0f / std::abs(k) : kind == 4 ? 2.5f / std::abs(k) : UniformF(c.rng, 0.0f, 0.05f);
-  for (size_t i = 0; i < n; ++i) {
-    g[i] = kind == 0   ? Uniform(c.rng, -300, 300)
+  return c.In<short>(std::max<size_t>(n, 1), [&] {
+    return kind == 0   ? Uniform(c.rng, -300, 300)
            : kind == 1 ? 0
-           : kind == 2 ? static_cast<short>(c.rng())
+           : kind == 2 ? short(c.rng())
                        : k + (kind == 4 ? Uniform(c.rng, -std::abs(k) / 2, std::abs(k) / 2) : 0);
-  }
-  return g;
+  });
 }
 
 // Box-filter drivers write the top 4 * (h / 4) rows of even widths 4..8192.
 bool BoxSizeOk(int h, int w) { return h >= 4 && w >= 4 && w % 2 == 0 && w <= 8192; }
 
 Row GuidedDriver() {
-  Row row{"Boxfilter_AB_NEON", {"h", "w", "image", "guide"},
-          {{3, 8, 0, 0}, {8, 7, 0, 0}, {8, 2, 0, 0}, {0, 8, 0, 0}, {4, 8194, 0, 0}}, nullptr, nullptr};
-  for (int w : {4, 6, 8, 10, 16, 18, 20, 22, 24, 36, 38, 52}) {
-    for (int h : {4, 5, 6, 7, 8, 11}) {
-      row.sizes.push_back({h, w, int(row.sizes.size() % 5), int(row.sizes.size() / 5 % 5)});
-    }
-  }
-  row.draw = [](std::mt19937& rng) {
-    return Params{Uniform(rng, 4, 14), 2 * Uniform(rng, 2, 60), Uniform(rng, 0, 4), Uniform(rng, 0, 4)};
-  };
-  row.make = [](const Params& p, Case& c) {
+  return {"Boxfilter_AB_NEON", {"h", "w", "image", "guide"},
+          Combos({{4, 5, 6, 7, 8, 11}, {4, 6, 8, 10, 16, 18, 20, 22, 24, 36, 38, 52}}, {5, 5},
+                 {{3, 8, 0, 0}, {8, 7, 0, 0}, {8, 2, 0, 0}, {0, 8, 0, 0}, {4, 8194, 0, 0}}),
+          Draws({{4, 14}, {4, 120, 2}, {0, 4}, {0, 4}}), [](const Params& p, Case& c) {
     const int h = p[0], w = p[1], rows = h / 4 * 4;
     float a, b;
     uint8_t* src = Image(c, h, w, p[2]);
     short* guide = Guide(c, size_t(std::max(h * w, 1)), p[3], a, b);
     c.Out<uint8_t>(size_t(std::max(h * w, 0)), w);
-    for (int y = 0; BoxSizeOk(h, w) && y < rows; ++y) {
-      for (int x = 0; x < w; ++x) {
-        c.Want(size_t(y) * w + x,
-               oracle::GuidedPixel(a, b, src[y * w + x], oracle::BoxSum(src, rows, w, y, x),
-                                   oracle::BoxSum(guide, rows, w, y, x), x < w / 8 * 8));
-      }
-    }
+    c.Grid<uint8_t>(BoxSizeOk(h, w) ? rows : 0, w, w, [&](int y, int x) {
+      return oracle::GuidedPixel(a, b, src[y * w + x], oracle::BoxSum(src, rows, w, y, x),
+                                 oracle::BoxSum(guide, rows, w, y, x), x < w / 8 * 8);
+    });
     short* work = c.In<short>(std::max(5 * w, 1));
     _StLanczos1p5x* ctx = c.Context();
     c.run = [=](void* out) {
@@ -97,22 +85,16 @@ Row GuidedDriver() {
       Boxfilter_AB_NEON(ctx, a, b, src, guide, static_cast<uint8_t*>(out), h, w);
       ctx->workBuf = nullptr;
     };
-  };
-  return row;
+  }};
 }
 
 // Both horizontal-sum passes on one row: source, guide and single-plane sums.
 Row HBoxRows() {
-  Row row{"HBoxfilter_AB_NEON_and_HBoxfilter_NEON", {"nvec", "npairs"}, {}, nullptr, nullptr};
-  for (int v : {0, 1, 2}) {
-    for (int q = 0; q < 8; ++q) row.sizes.push_back({v, q});
-  }
-  row.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 6), Uniform(rng, 0, 7)}; };
-  row.make = [](const Params& p, Case& c) {
+  return {"HBoxfilter_AB_NEON_and_HBoxfilter_NEON", {"nvec", "npairs"}, Combos({{0, 1, 2}, Span(0, 7)}),
+          Draws({{0, 6}, {0, 7}}), [](const Params& p, Case& c) {
     const int n = 4 + 16 * p[0] + 2 * p[1];
     uint8_t* src = c.RandomBytes(n);
-    short* guide = c.In<short>(n);
-    for (int i = 0; i < n; ++i) guide[i] = static_cast<short>(c.rng());
+    short* guide = c.In<short>(n, [&] { return c.rng(); });
     c.Out<short>(3 * n, n);
     for (int x = 0; x < n; ++x) {
       c.Want<short>(x, oracle::BoxSum(src, 1, n, 0, x) / 3);
@@ -124,24 +106,16 @@ Row HBoxRows() {
       HBoxfilter_AB_NEON(src, o, guide, o + n, p[0], p[1]);
       HBoxfilter_NEON(src, o + 2 * n, p[0], p[1]);
     };
-  };
-  return row;
+  }};
 }
 
 // Both pair-row passes: wrapping 16-bit sums.
 Row VBoxRows() {
-  Row row{"VBoxfilter_AB_NEON_and_VBoxfilter_NEON", {"nvec", "ntail"}, {}, nullptr, nullptr};
-  for (int v : {0, 1, 3}) {
-    for (int t : {0, 1, 7, 8, 15}) row.sizes.push_back({v, t});
-  }
-  row.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 20), Uniform(rng, 0, 20)}; };
-  row.make = [](const Params& p, Case& c) {
+  return {"VBoxfilter_AB_NEON_and_VBoxfilter_NEON", {"nvec", "ntail"}, Combos({{0, 1, 3}, {0, 1, 7, 8, 15}}),
+          Draws({{0, 20}, {0, 20}}), [](const Params& p, Case& c) {
     const int n = 8 * p[0] + p[1];
     short* in[4];
-    for (short*& r : in) {
-      r = c.In<short>(std::max(n, 1));
-      for (int i = 0; i < n; ++i) r[i] = static_cast<short>(c.rng());
-    }
+    for (short*& r : in) r = c.In<short>(n, [&] { return c.rng(); });
     c.Out<short>(3 * size_t(n), std::max(n, 1));
     for (int i = 0; i < n; ++i) {
       c.Want<short>(i, static_cast<short>(in[0][i] + in[1][i]));
@@ -153,21 +127,14 @@ Row VBoxRows() {
       VBoxfilter_AB_NEON(in[0], in[1], o, in[2], in[3], o + n, p[0], p[1]);
       VBoxfilter_NEON(in[0], in[3], o + 2 * n, p[0], p[1]);
     };
-  };
-  return row;
+  }};
 }
 
 // Final passes on arbitrary rows: the source sum is any realistic box sum,
 // the guide's anything (it wraps).
 Row GuidedFinal() {
-  Row row{"VBoxfilter_final_AB_NEON", {"nvec", "ntail", "guide"}, {}, nullptr, nullptr};
-  for (int v : {0, 1, 2}) {
-    for (int t = 0; t < 8; ++t) row.sizes.push_back({v, t, t % 5});
-  }
-  row.draw = [](std::mt19937& rng) {
-    return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 7), Uniform(rng, 0, 4)};
-  };
-  row.make = [](const Params& p, Case& c) {
+  return {"VBoxfilter_final_AB_NEON", {"nvec", "ntail", "guide"}, Combos({{0, 1, 2}, Span(0, 7)}, {5}),
+          Draws({{0, 12}, {0, 7}, {0, 4}}), [](const Params& p, Case& c) {
     const int n = 8 * p[0] + p[1];
     float a, b;
     short* g = Guide(c, 2 * size_t(std::max(n, 1)), p[2], a, b);
@@ -182,25 +149,17 @@ Row GuidedFinal() {
     c.run = [=](void* out) {
       VBoxfilter_final_AB_NEON(a, b, s, s + n, g, g + n, src, static_cast<uint8_t*>(out), p[0], p[1]);
     };
-  };
-  return row;
+  }};
 }
 
 Row LaplaceDriver() {
-  Row row{"Laplace_NEON", {"h", "w", "image"}, {{0, 4, 0}, {4, 0, 0}}, nullptr, nullptr};
-  for (int w : {1, 2, 3, 9, 10, 17, 18, 33}) {
-    for (int h : {1, 2, 3, 5}) row.sizes.push_back({h, w, int(row.sizes.size() % 5)});
-  }
-  row.draw = [](std::mt19937& rng) {
-    return Params{Uniform(rng, 1, 10), Uniform(rng, 1, 100), Uniform(rng, 0, 4)};
-  };
-  row.make = [](const Params& p, Case& c) {
+  return {"Laplace_NEON", {"h", "w", "image"},
+          Combos({{1, 2, 3, 5}, {1, 2, 3, 9, 10, 17, 18, 33}}, {5}, {{0, 4, 0}, {4, 0, 0}}),
+          Draws({{1, 10}, {1, 100}, {0, 4}}), [](const Params& p, Case& c) {
     const int h = p[0], w = p[1];
     uint8_t* src = Image(c, h, w, p[2]);
     c.Out<short>(size_t(std::max(h * w, 0)), w);
-    for (int y = 0; y < h && w > 0; ++y) {
-      for (int x = 0; x < w; ++x) c.Want(size_t(y) * w + x, oracle::LaplacePixel(src, h, w, y, x));
-    }
+    c.Grid<short>(h, w, w, [&](int y, int x) { return oracle::LaplacePixel(src, h, w, y, x); });
     short* work = c.In<short>(std::max(w, 1));
     _StLanczos1p5x* ctx = c.Context();
     c.run = [=](void* out) {
@@ -208,23 +167,17 @@ Row LaplaceDriver() {
       Laplace_NEON(ctx, src, static_cast<short*>(out), h, w);
       ctx->workBuf = nullptr;
     };
-  };
-  return row;
+  }};
 }
 
 // Both Laplacian passes: a row's pair sums, and the vertical combination.
 Row LaplacePasses() {
-  Row row{"HLaplace_NEON_and_VLaplace_NEON", {"nvec", "ntail"}, {}, nullptr, nullptr};
-  for (int v : {0, 1, 2}) {
-    for (int t : {0, 1, 7, 8, 15}) row.sizes.push_back({v, t});
-  }
-  row.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 8), Uniform(rng, 0, 15)}; };
-  row.make = [](const Params& p, Case& c) {
+  return {"HLaplace_NEON_and_VLaplace_NEON", {"nvec", "ntail"}, Combos({{0, 1, 2}, {0, 1, 7, 8, 15}}),
+          Draws({{0, 8}, {0, 15}}), [](const Params& p, Case& c) {
     const int nh = 2 + 8 * p[0] + p[1], nv = 16 * p[0] + p[1];
     uint8_t* src = c.RandomBytes(nh);
     uint8_t* rows = c.RandomBytes(3 * size_t(std::max(nv, 1)));
-    short* hsum = c.In<short>(std::max(nv, 1));
-    for (int i = 0; i < nv; ++i) hsum[i] = Uniform(c.rng, 0, 510);
+    short* hsum = c.In<short>(nv, [&] { return Uniform(c.rng, 0, 510); });
     c.Out<short>(size_t(nh + nv), nh);
     for (int x = 0; x < nh; ++x) {
       c.Want<short>(x, oracle::LaplacePixel(src, 1, nh, 0, x) + 2 * src[x]);
@@ -237,28 +190,19 @@ Row LaplacePasses() {
       HLaplace_NEON(src, o, p[0], p[1]);
       VLaplace_NEON(rows, rows + nv, rows + 2 * nv, hsum, o + nh, p[0], p[1]);
     };
-  };
-  return row;
+  }};
 }
 
 Row BilateralDriver() {
-  Row row{"BL_NEON", {"h", "w", "image"}, {{3, 10, 0}, {8, 1, 0}, {0, 10, 0}}, nullptr, nullptr};
-  for (int w : {2, 3, 9, 10, 11, 17, 18, 26, 40}) {
-    for (int h : {4, 5, 6, 7, 9}) row.sizes.push_back({h, w, int(row.sizes.size() % 5)});
-  }
-  row.draw = [](std::mt19937& rng) {
-    return Params{Uniform(rng, 4, 12), Uniform(rng, 2, 120), Uniform(rng, 0, 4)};
-  };
-  row.make = [](const Params& p, Case& c) {
+  return {"BL_NEON", {"h", "w", "image"},
+          Combos({{4, 5, 6, 7, 9}, {2, 3, 9, 10, 11, 17, 18, 26, 40}}, {5}, {{3, 10, 0}, {8, 1, 0}, {0, 10, 0}}),
+          Draws({{4, 12}, {2, 120}, {0, 4}}), [](const Params& p, Case& c) {
     const int h = p[0], w = p[1], rows = h / 2 * 2;
     uint8_t* src = Image(c, h, w, p[2]);
     c.Out<uint8_t>(size_t(std::max(h * w, 0)), w);
-    for (int y = 0; h >= 4 && w >= 2 && y < rows; ++y) {
-      for (int x = 0; x < w; ++x) {
-        const bool vector = x >= 1 && x < 1 + (w - 2) / 8 * 8;
-        c.Want(size_t(y) * w + x, oracle::BilateralPixel(src, rows, w, y, x, vector));
-      }
-    }
+    c.Grid<uint8_t>(h >= 4 && w >= 2 ? rows : 0, w, w, [&](int y, int x) {
+      return oracle::BilateralPixel(src, rows, w, y, x, x >= 1 && x < 1 + (w - 2) / 8 * 8);
+    });
     std::vector<unsigned char*> weights(7);
     for (auto& r : weights) r = reinterpret_cast<unsigned char*>(c.In<float>(std::max(w, 1)));
     _StLanczos1p5x* ctx = c.Context();
@@ -267,18 +211,14 @@ Row BilateralDriver() {
       BL_NEON(ctx, src, static_cast<uint8_t*>(out), h, w);
       std::fill(ctx->hblBuf, ctx->hblBuf + 7, nullptr);
     };
-  };
-  return row;
+  }};
 }
 
 // One vector step, every mode; modes 1 and 2 find the row above's weights
 // where the previous row's step left them (its downward triple).
 Row BilateralStep() {
-  Row row{"HBL_RESULT_NEON", {"mode", "image"}, {}, nullptr, nullptr};
-  for (int m = 0; m < 3; ++m) {
-    for (int k = 0; k < 5; ++k) row.sizes.push_back({m, k});
-  }
-  row.make = [](const Params& p, Case& c) {
+  return {"HBL_RESULT_NEON", {"mode", "image"}, Combos({Span(0, 2), Span(0, 4)}), nullptr,
+          [](const Params& p, Case& c) {
     uint8_t* plane = Image(c, 3, 10, p[1]);  // up, centre, down; columns -1..8
     float* rows = c.In<float>(70);
     for (int k = 0, up = p[0] == 2 ? 0 : 4; k < 3; ++k) {
@@ -295,48 +235,35 @@ Row BilateralStep() {
       HBL_RESULT_NEON(ctx, plane + 1, plane + 11, plane + 21, static_cast<uint8_t*>(out), p[0]);
       std::fill(ctx->hblBuf, ctx->hblBuf + 7, nullptr);
     };
-  };
-  return row;
+  }};
 }
 
 Row DetailDriver() {
-  Row row{"Boxfilter_2even_A_NEON", {"h", "w", "image"},
-          {{3, 8, 0}, {8, 7, 0}, {8, 2, 0}, {4, 8194, 0}}, nullptr, nullptr};
-  for (int w : {4, 6, 8, 18, 20, 22, 36, 38}) {
-    for (int h : {4, 6, 7, 8}) row.sizes.push_back({h, w, int(row.sizes.size() % 5)});
-  }
-  row.draw = [](std::mt19937& rng) {
-    return Params{Uniform(rng, 4, 14), 2 * Uniform(rng, 2, 60), Uniform(rng, 0, 4)};
-  };
-  row.make = [](const Params& p, Case& c) {
+  return {"Boxfilter_2even_A_NEON", {"h", "w", "image"},
+          Combos({{4, 6, 7, 8}, {4, 6, 8, 18, 20, 22, 36, 38}}, {5},
+                 {{3, 8, 0}, {8, 7, 0}, {8, 2, 0}, {4, 8194, 0}}),
+          Draws({{4, 14}, {4, 120, 2}, {0, 4}}), [](const Params& p, Case& c) {
     const int h = p[0], w = p[1], rows = h / 4 * 4;
     uint8_t* src = Image(c, h, w, p[2]);
     c.Out<float>(size_t(h) * w, w);
-    for (int y = 0; BoxSizeOk(h, w) && y < rows; ++y) {
-      for (int x = 0; x < w; ++x) {
-        c.Want(size_t(y) * w + x, oracle::DetailPixel(src[y * w + x], oracle::BoxSum(src, rows, w, y, x)));
-      }
-    }
+    c.Grid<float>(BoxSizeOk(h, w) ? rows : 0, w, w, [&](int y, int x) {
+      return oracle::DetailPixel(src[y * w + x], oracle::BoxSum(src, rows, w, y, x));
+    });
     _StLanczos1p5x* ctx = c.Context();
     c.run = [=](void* out) { Boxfilter_2even_A_NEON(ctx, src, static_cast<float*>(out), h, w); };
-  };
-  return row;
+  }};
 }
 
 Row DetailFinal() {
-  Row row{"VBoxfilter_final_A_NEON", {"nvec", "ntail"}, {{0, 0}, {0, 5}, {1, 0}, {2, 7}}, nullptr,
-          nullptr};
-  row.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 7)}; };
-  row.make = [](const Params& p, Case& c) {
+  return {"VBoxfilter_final_A_NEON", {"nvec", "ntail"}, {{0, 0}, {0, 5}, {1, 0}, {2, 7}},
+          Draws({{0, 12}, {0, 7}}), [](const Params& p, Case& c) {
     const int n = 8 * p[0] + p[1];
-    short* s = c.In<short>(2 * size_t(std::max(n, 1)));
-    for (int i = 0; i < 2 * n; ++i) s[i] = Uniform(c.rng, 0, 1530);
+    short* s = c.In<short>(2 * size_t(n), [&] { return Uniform(c.rng, 0, 1530); });
     uint8_t* src = c.RandomBytes(n);
     c.Out<float>(n, n);
     for (int i = 0; i < n; ++i) c.Want(i, oracle::DetailPixel(src[i], s[i] + s[n + i]));
     c.run = [=](void* out) { VBoxfilter_final_A_NEON(s, s + n, src, static_cast<float*>(out), p[0], p[1]); };
-  };
-  return row;
+  }};
 }
 
 // Detail and gain: 0 random, 1 zero gain, 2 values on and beyond every
@@ -352,14 +279,8 @@ void SharpenInputs(Case& c, float* detail, float* gain, size_t n, int kind) {
 }
 
 Row Sharpen() {
-  Row row{"SharpenProduce_NEON", {"nvec", "ntail", "kind"}, {}, nullptr, nullptr};
-  for (int v : {0, 1, 2}) {
-    for (int t = 0; t < 8; ++t) row.sizes.push_back({v, t, t % 3});
-  }
-  row.draw = [](std::mt19937& rng) {
-    return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 7), Uniform(rng, 0, 2)};
-  };
-  row.make = [](const Params& p, Case& c) {
+  return {"SharpenProduce_NEON", {"nvec", "ntail", "kind"}, Combos({{0, 1, 2}, Span(0, 7)}, {3}),
+          Draws({{0, 12}, {0, 7}, {0, 2}}), [](const Params& p, Case& c) {
     const int n = 8 * p[0] + p[1];
     float* detail = c.In<float>(n);
     float* gain = c.In<float>(n);
@@ -368,18 +289,13 @@ Row Sharpen() {
     c.Out<uint8_t>(n, n);
     for (int i = 0; i < n; ++i) c.Want(i, oracle::SharpenPixel(detail[i], gain[i], src[i], i < 8 * p[0]));
     c.run = [=](void* out) { SharpenProduce_NEON(detail, gain, src, static_cast<uint8_t*>(out), p[0], p[1]); };
-  };
-  return row;
+  }};
 }
 
 Row SharpenPlane() {
-  Row row{"SharpenProduce_Stride_NEON", {"h", "w", "gpad", "kind"},
+  return {"SharpenProduce_Stride_NEON", {"h", "w", "gpad", "kind"},
           {{0, 8, 0, 0}, {3, 0, 0, 0}, {1, 5, 0, 2}, {3, 7, 2, 0}, {2, 8, 0, 2}, {4, 23, 9, 1}},
-          nullptr, nullptr};
-  row.draw = [](std::mt19937& rng) {
-    return Params{Uniform(rng, 1, 6), Uniform(rng, 1, 70), Uniform(rng, 0, 9), Uniform(rng, 0, 2)};
-  };
-  row.make = [](const Params& p, Case& c) {
+          Draws({{1, 6}, {1, 70}, {0, 9}, {0, 2}}), [](const Params& p, Case& c) {
     const int h = p[0], w = p[1], gs = w + p[2];
     const size_t n = size_t(h) * w, gn = h > 0 && w > 0 ? size_t(h - 1) * gs + w : 0;
     float* detail = c.In<float>(n);
@@ -389,26 +305,19 @@ Row SharpenPlane() {
     SharpenInputs(c, scratch.data(), gain, gn, p[3]);
     uint8_t* src = c.RandomBytes(n);
     c.Out<uint8_t>(n, std::max(w, 1));
-    for (int y = 0; y < h; ++y) {
-      for (int x = 0; x < w; ++x) {
-        c.Want(size_t(y) * w + x, oracle::SharpenPixel(detail[y * w + x], gain[size_t(y) * gs + x],
-                                                       src[y * w + x], x < w / 8 * 8));
-      }
-    }
+    c.Grid<uint8_t>(h, w, w, [&](int y, int x) {
+      return oracle::SharpenPixel(detail[y * w + x], gain[size_t(y) * gs + x], src[y * w + x], x < w / 8 * 8);
+    });
     c.run = [=](void* out) {
       SharpenProduce_Stride_NEON(detail, gain, src, static_cast<uint8_t*>(out), w, h, gs);
     };
-  };
-  return row;
+  }};
 }
 
 // The one-step helpers, one code path on every target: their results one
 // after the other in one byte buffer.
 Row LaneHelpers() {
-  Row row{"FilterLaneHelpers", {"case"}, {}, nullptr, nullptr};
-  for (int i = 0; i < 24; ++i) row.sizes.push_back({i});
-  row.dispatched = false;
-  row.make = [](const Params&, Case& c) {
+  return {"FilterLaneHelpers", {"case"}, Combos({Span(0, 23)}), nullptr, [](const Params&, Case& c) {
     float* f = c.In<float>(24);  // p, d, w for Result_NEON
     static const float kW[] = {0.0f, 0.0005f, 0.0015f, 0.4995f, 1.0f, 1.5f, 1e30f, 0.2345f};
     for (int i = 0; i < 8; ++i) {
@@ -455,8 +364,7 @@ Row LaneHelpers() {
       short8_to_float4(lo, v[0], v[1]);
       std::memcpy(o + 128, &v[0], 16), std::memcpy(o + 144, &v[1], 16);
     };
-  };
-  return row;
+  }, false};
 }
 
 }  // namespace

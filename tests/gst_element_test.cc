@@ -12,7 +12,6 @@
 #include <utility>
 #include <vector>
 
-#include "src/platform/platform.h"
 #include "tests/support/plugin_fixture.h"
 #include "tools/common/host_support.h"
 #include "tools/gst/vorlith_sr.h"
@@ -67,24 +66,13 @@ Planes Direct(VLPixelBufferRef pb, NetType net) {
   std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
   sr->SelectNetType(net);
   sr->Init("");
-  _tagVideoData in{}, out{};
-  in.width = uint32_t(VLPixelBufferGetWidth(pb));
-  in.height = uint32_t(VLPixelBufferGetHeight(pb));
-  in.pixelBuffer = pb;
-  in.format = 1;
+  _tagVideoData out{}, in = vorlith::test::Record(pb, int(VLPixelBufferGetWidth(pb)),
+                                                  int(VLPixelBufferGetHeight(pb)));
   EXPECT_EQ(sr->ProcessData(&in, &out), net == NET_TYPE_FULL ? SR_OK : SR_OK_LIGHT);
   Planes r{vorlith::test::PackedPlane(out.pixelBuffer, 0), vorlith::test::PackedPlane(out.pixelBuffer, 1)};
   VLPixelBufferRelease(out.pixelBuffer);
   return r;
 }
-
-// A clock that moves by `step` microseconds per reading: ProcessData reads
-// it at the start and the end of a frame, so each frame takes `step`.
-struct FakeClock {
-  FakeClock() { vorlith::platform::SetClockForTest([this] { return now += step; }); }
-  ~FakeClock() { vorlith::platform::SetClockForTest(nullptr); }
-  int64_t now = 0, step = 500;
-};
 
 class Element : public testing::Test {
  protected:
@@ -193,7 +181,7 @@ TEST_F(Element, FramesMatchADirectProcessDataZeroCopyOrCopied) {
 }
 
 TEST_F(Element, GovernorFallbackFlushAndRefusal) {
-  FakeClock clock;
+  vorlith::test::FakeClock clock;
   Start(16, 16, "tiny_sr.onnx", true);
   VLPixelBufferRef frame = Frame(16, 16);
   clock.step = 31000;  // 31 ms a frame: over the full network's budget

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "vorlith/pixel_buffer.h"
@@ -16,12 +18,11 @@ TEST(PixelBuffer, GeometryOfEvenAndOddFrames) {
   for (const auto& c : cases) {
     VLPixelBufferRef b = nullptr;
     ASSERT_EQ(VLPixelBufferCreate(c.w, c.h, k420v, &b), kVLReturnSuccess);
-    EXPECT_EQ(VLPixelBufferGetPixelFormatType(b), k420v);
-    EXPECT_EQ(VLPixelBufferGetPlaneCount(b), 2u);
-    EXPECT_EQ(VLPixelBufferGetWidthOfPlane(b, 0), c.w);
-    EXPECT_EQ(VLPixelBufferGetHeightOfPlane(b, 0), c.h);
-    EXPECT_EQ(VLPixelBufferGetWidthOfPlane(b, 1), c.cw);
-    EXPECT_EQ(VLPixelBufferGetHeightOfPlane(b, 1), c.ch);
+    EXPECT_EQ(std::pair(VLPixelBufferGetPixelFormatType(b), VLPixelBufferGetPlaneCount(b)),
+              std::pair(k420v, size_t{2}));
+    EXPECT_EQ(std::tuple(VLPixelBufferGetWidthOfPlane(b, 0), VLPixelBufferGetHeightOfPlane(b, 0),
+                         VLPixelBufferGetWidthOfPlane(b, 1), VLPixelBufferGetHeightOfPlane(b, 1)),
+              std::tuple(c.w, c.h, c.cw, c.ch));
     for (size_t plane = 0; plane < 2; ++plane) {
       const size_t stride = VLPixelBufferGetBytesPerRowOfPlane(b, plane);
       EXPECT_EQ(stride % 64, 0u);
@@ -71,11 +72,11 @@ TEST(PixelBuffer, WrappedPlanesAreNotCopiedAndReleasedOnceWithTheLastReference) 
   VLPixelBufferRef b = nullptr;
   ASSERT_EQ(VLPixelBufferCreateWithPlanarBytes(13, 7, k420v, planes, rows, callback, &released, &b),
             kVLReturnSuccess);
-  EXPECT_EQ(VLPixelBufferGetBaseAddressOfPlane(b, 0), y.data());
-  EXPECT_EQ(VLPixelBufferGetBaseAddressOfPlane(b, 1), uv.data());
-  EXPECT_EQ(VLPixelBufferGetBytesPerRowOfPlane(b, 1), 100u);
-  EXPECT_EQ(VLPixelBufferGetWidthOfPlane(b, 1), 7u);
-  EXPECT_EQ(VLPixelBufferGetHeightOfPlane(b, 1), 4u);
+  EXPECT_EQ(std::pair(VLPixelBufferGetBaseAddressOfPlane(b, 0), VLPixelBufferGetBaseAddressOfPlane(b, 1)),
+            std::pair(static_cast<void*>(y.data()), static_cast<void*>(uv.data())));
+  EXPECT_EQ(std::tuple(VLPixelBufferGetBytesPerRowOfPlane(b, 1), VLPixelBufferGetWidthOfPlane(b, 1),
+                       VLPixelBufferGetHeightOfPlane(b, 1)),
+            std::tuple(size_t{100}, size_t{7}, size_t{4}));
 
   EXPECT_EQ(VLPixelBufferRetain(b), b);
   VLPixelBufferRelease(b);

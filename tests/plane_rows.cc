@@ -11,39 +11,26 @@ namespace vorlith::check {
 namespace {
 
 Row Linear2xNv() {
-  Row row{"Linear_2x_nv", {"h", "w", "src_pad", "dst_pad"}, {{0, 4, 0, 0}, {4, 0, 0, 0}},
-          nullptr, nullptr};
   // Widths around the 8-pair horizontal step and the 16- to 64-byte vertical
   // vectors; odd and even heights; padded strides whose gaps stay untouched.
-  for (int w : {1, 2, 3, 7, 8, 9, 15, 16, 17, 24, 31, 33, 64, 65, 100}) {
-    for (int h : {1, 2, 3, 4, 7}) row.sizes.push_back({h, w, 0, 0});
-  }
-  row.sizes.insert(row.sizes.end(), {{5, 23, 6, 12}, {9, 320, 64, 128}});
-  row.draw = [](std::mt19937& rng) {
-    return Params{Uniform(rng, 1, 12), Uniform(rng, 1, 130), Uniform(rng, 0, 40),
-                  Uniform(rng, 0, 40)};
-  };
-  row.make = [](const Params& p, Case& c) {
+  return {"Linear_2x_nv", {"h", "w", "src_pad", "dst_pad"},
+          Combos({{1, 2, 3, 4, 7}, {1, 2, 3, 7, 8, 9, 15, 16, 17, 24, 31, 33, 64, 65, 100}, {0}, {0}}, {},
+                 {{0, 4, 0, 0}, {4, 0, 0, 0}, {5, 23, 6, 12}, {9, 320, 64, 128}}),
+          Draws({{1, 12}, {1, 130}, {0, 40}, {0, 40}}), [](const Params& p, Case& c) {
     const int h = p[0], w = p[1], ss = 2 * w + p[2], ds = 4 * w + p[3];
     const bool empty = h < 1 || w < 1;
     uint8_t* src = c.RandomBytes(empty ? 0 : size_t(h - 1) * ss + 2 * w);
     c.Out<uint8_t>(empty ? 0 : size_t(2 * h - 1) * ds + 4 * w, ds);
-    for (int y = 0; y < 2 * h && !empty; ++y) {
-      for (int x = 0; x < 4 * w; ++x) {
-        c.Want(size_t(y) * ds + x, oracle::Linear2xNvSample(src, ss, h, w, y, x / 2, x % 2));
-      }
-    }
+    c.Grid<uint8_t>(2 * h, 4 * w, ds,
+                    [&](int y, int x) { return oracle::Linear2xNvSample(src, ss, h, w, y, x / 2, x % 2); });
     _StLanczos1p5x* ctx = c.Context();
     c.run = [=](void* out) { Linear_2x_nv(ctx, src, static_cast<uint8_t*>(out), h, w, ss, ds); };
-  };
-  return row;
+  }};
 }
 
 Row HLinear2xNv() {
-  Row row{"HResizeLinear_2x_nv_NEON", {"w"}, {}, nullptr, nullptr};
-  for (int w = 1; w <= 41; ++w) row.sizes.push_back({w});
-  row.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 1, 200)}; };
-  row.make = [](const Params& p, Case& c) {
+  return {"HResizeLinear_2x_nv_NEON", {"w"}, Combos({Span(1, 41)}), Draws({{1, 200}}),
+          [](const Params& p, Case& c) {
     const int w = p[0];
     uint8_t* src = c.RandomBytes(2 * w);
     c.Out<int16_t>(4 * w, 4 * w);
@@ -51,8 +38,7 @@ Row HLinear2xNv() {
     c.run = [=](void* out) {
       HResizeLinear_2x_nv_NEON(src, static_cast<short*>(out), (w - 1) / 8, (w - 1) % 8);
     };
-  };
-  return row;
+  }};
 }
 
 // The general vertical pass, whose 16-bit body and 32-bit tail differ:
@@ -62,28 +48,17 @@ Row VLinear() {
   static const float kScales[] = {0.0625f, 0.25f, 1.0f, 0.001f, -0.0625f, 3.0e-5f, 7.5f, 1.0e30f,
                                   -1.0e30f, std::numeric_limits<float>::quiet_NaN(),
                                   std::numeric_limits<float>::infinity()};
-  Row row{"VResizeLinear_NEON", {"groups", "tail", "scale", "weights"}, {}, nullptr, nullptr};
-  for (int g : {0, 1, 2, 3, 5}) {
-    for (int t : {0, 1, 7, 8, 9, 17}) {
-      for (int s = 0; s < 11; ++s) row.sizes.push_back({g, t, s, 0});
-      row.sizes.insert(row.sizes.end(), {{g, t, 2, 1}, {g, t, 0, 2}});
-    }
-  }
-  row.draw = [](std::mt19937& rng) {
-    return Params{Uniform(rng, 0, 9), Uniform(rng, 0, 20), Uniform(rng, 0, 10), Uniform(rng, 0, 2)};
-  };
-  row.make = [](const Params& p, Case& c) {
+  // Every scale with each kind of weights, at every length.
+  return {"VResizeLinear_NEON", {"groups", "tail", "scale", "weights"},
+          Combos({{0, 1, 2, 3, 5}, {0, 1, 7, 8, 9, 17}, Span(0, 10)}, {3}),
+          Draws({{0, 9}, {0, 20}, {0, 10}, {0, 2}}), [](const Params& p, Case& c) {
     const int n = 8 * p[0] + p[1];
     const float scale = kScales[p[2]];
     short* w = c.In<short>(2);
     w[0] = p[3] == 0 ? static_cast<short>(c.rng()) : p[3] == 1 ? -32768 : 1;
     w[1] = p[3] == 0 ? static_cast<short>(c.rng()) : p[3] == 1 ? -32768 : 3;
-    short* a = c.In<short>(n);
-    short* b = c.In<short>(n);
-    for (int i = 0; i < n; ++i) {
-      a[i] = static_cast<short>(c.rng());
-      b[i] = static_cast<short>(c.rng());
-    }
+    short* a = c.In<short>(n, [&] { return c.rng(); });
+    short* b = c.In<short>(n, [&] { return c.rng(); });
     if (n > 0) a[n - 1] = b[n - 1] = -32768;  // a 32-bit sum of exactly 2^31 wraps on the tail
     // Slots in shuffled order, so the ring indices must be honoured.
     short** rows = c.In<short*>(3);
@@ -100,8 +75,7 @@ Row VLinear() {
       ctx->rowIndex[1] = 1;
       VResizeLinear_NEON(ctx, rows, static_cast<uint8_t*>(out), w, p[0], p[1], scale);
     };
-  };
-  return row;
+  }};
 }
 
 // Values on both sides of every conversion rule: exact bytes, fractions, the
@@ -124,41 +98,33 @@ float SpecialFloat(std::mt19937& rng) {
 template <class From, class To>
 Row Convert(const char* name, void (*kernel)(From*, To*, int, int, int, int),
             To (*oracle_of)(From, bool body)) {
-  Row row{name, {"h", "w", "pad", "flip"}, {{0, 8, 0, 0}, {4, 0, 0, 0}}, nullptr, nullptr};
-  for (int w : {1, 7, 8, 9, 15, 16, 17, 23, 24, 31, 33, 64, 71}) {
-    for (int pad : {0, 5}) row.sizes.push_back({3, w, pad, int(row.sizes.size() % 4)});
-  }
-  row.draw = [](std::mt19937& rng) {
-    return Params{Uniform(rng, 1, 6), Uniform(rng, 1, 90), Uniform(rng, 0, 9), Uniform(rng, 0, 3)};
-  };
-  row.make = [kernel, oracle_of](const Params& p, Case& c) {
+  return {name, {"h", "w", "pad", "flip"},
+          Combos({{3}, {1, 7, 8, 9, 15, 16, 17, 23, 24, 31, 33, 64, 71}, {0, 5}}, {4},
+                 {{0, 8, 0, 0}, {4, 0, 0, 0}}),
+          Draws({{1, 6}, {1, 90}, {0, 9}, {0, 3}}), [kernel, oracle_of](const Params& p, Case& c) {
     const int h = p[0], w = p[1], ss = w + p[2] + 1, ds = w + p[2];
     const bool empty = h < 1 || w < 1;
     const size_t src_n = empty ? 0 : size_t(h - 1) * ss + w;
-    From* src = c.In<From>(src_n);
-    for (size_t i = 0; i < src_n; ++i) {
+    From* src = c.In<From>(src_n, [&] {
       if constexpr (std::is_same_v<From, float>) {
-        src[i] = SpecialFloat(c.rng);
+        return SpecialFloat(c.rng);
       } else {
-        src[i] = static_cast<From>(c.rng());
+        return c.rng();
       }
-    }
+    });
     c.Out<To>(empty ? 0 : size_t(h - 1) * ds + w, ds);
     const bool flip_src = p[3] & 1, flip_dst = p[3] & 2;
-    for (int y = 0; y < h && !empty; ++y) {
-      const From* s = src + size_t(flip_src ? h - 1 - y : y) * ss;
-      for (int x = 0; x < w; ++x) {
-        c.Want<To>(size_t(flip_dst ? h - 1 - y : y) * ds + x, oracle_of(s[x], x < w / 8 * 8));
-      }
-    }
+    c.Grid<To>(h, w, ds, [&](int y, int x) {
+      const From* s = src + size_t(flip_src == flip_dst ? y : h - 1 - y) * ss;
+      return oracle_of(s[x], x < w / 8 * 8);
+    });
     c.run = [=](void* out) {
       To* dst = static_cast<To*>(out);
       kernel(flip_src && !empty ? src + size_t(h - 1) * ss : src,
              flip_dst && !empty ? dst + size_t(h - 1) * ds : dst, h, w, flip_src ? -ss : ss,
              flip_dst ? -ds : ds);
     };
-  };
-  return row;
+  }};
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "src/platform/platform.h"
@@ -18,37 +19,19 @@
 
 namespace {
 
+using vorlith::test::FakeClock;
 using vorlith::test::PackedPlane;
 using vorlith::test::RandomFrame;
+using vorlith::test::Record;
 using vorlith::test::ResourceDirectory;
 
 // Collects error-level log lines for the lifetime of the object.
-class LogCapture {
- public:
+struct LogCapture {
   LogCapture() {
-    vorlith::platform::SetErrorLogSinkForTest([this](const std::string& line) {
-      lines.push_back(line);
-    });
+    vorlith::platform::SetErrorLogSinkForTest([this](const std::string& line) { lines.push_back(line); });
   }
   ~LogCapture() { vorlith::platform::SetErrorLogSinkForTest(nullptr); }
   std::vector<std::string> lines;
-};
-
-// A clock that advances by `step` microseconds per reading; ProcessData reads
-// it twice a frame, so each frame takes exactly `step`.
-class FakeClock {
- public:
-  FakeClock() {
-    vorlith::platform::SetClockForTest([this] {
-      now_ += step;
-      return now_;
-    });
-  }
-  ~FakeClock() { vorlith::platform::SetClockForTest(nullptr); }
-  int64_t step = 1000;
-
- private:
-  int64_t now_ = 0;
 };
 
 SRPlugin* AsPlugin(SuperResolutionInterface* sr) { return static_cast<SRPlugin*>(sr); }
@@ -57,16 +40,6 @@ long PeakKib() {
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
   return usage.ru_maxrss;
-}
-
-_tagVideoData Record(VLPixelBufferRef buffer, int width, int height) {
-  _tagVideoData d;
-  std::memset(&d, 0, sizeof(d));
-  d.width = width;
-  d.height = height;
-  d.pixelBuffer = buffer;
-  d.format = 1;
-  return d;
 }
 
 TEST(ModelSize, SmallestCandidateThatHoldsTheFrameFirstInTableOrderOnTies) {
@@ -79,8 +52,7 @@ TEST(ModelSize, SmallestCandidateThatHoldsTheFrameFirstInTableOrderOnTies) {
                {961, 540, 1024, 768},  {700, 700, 768, 1024},  {1281, 10, 0, 0}};
   for (const auto& c : cases) {
     plugin.ChooseModelSize(c.w, c.h);
-    EXPECT_EQ(plugin.modelWidth, c.mw) << c.w << "x" << c.h;
-    EXPECT_EQ(plugin.modelHeight, c.mh) << c.w << "x" << c.h;
+    EXPECT_EQ(std::pair(plugin.modelWidth, plugin.modelHeight), std::pair(c.mw, c.mh)) << c.w << "x" << c.h;
   }
 }
 
@@ -96,11 +68,10 @@ TEST(Plugin, SelectorsMapEveryNetTypeToADevice) {
 
 // The luma of the nearest2x fixture network, the bilinear chroma.
 void ExpectNearest(VLPixelBufferRef in, VLPixelBufferRef out, int width, int height) {
-  EXPECT_EQ(VLPixelBufferGetWidthOfPlane(out, 1), size_t(width));
-  EXPECT_EQ(VLPixelBufferGetHeightOfPlane(out, 1), size_t(height));
-  vorlith::test::ExpectNearestLumaBilinearChroma(PackedPlane(in, 0), PackedPlane(in, 1),
-                                                 PackedPlane(out, 0), PackedPlane(out, 1), width,
-                                                 height);
+  EXPECT_EQ(std::pair(VLPixelBufferGetWidthOfPlane(out, 1), VLPixelBufferGetHeightOfPlane(out, 1)),
+            std::pair(size_t(width), size_t(height)));
+  vorlith::test::ExpectNearestLumaBilinearChroma(PackedPlane(in, 0), PackedPlane(in, 1), PackedPlane(out, 0),
+                                                 PackedPlane(out, 1), width, height);
 }
 
 // The affine fixture gives 2*Y - 100 in each 2x2 block: values from -100 to
@@ -135,27 +106,23 @@ class PluginTest : public testing::Test {
   // check, its pixels; without one, that the output record was not touched.
   int RunFrame(int width, int height, PixelCheck check = ExpectNearest) {
     VLPixelBufferRef frame = RandomFrame(width, height, rng_);
-    _tagVideoData in = Record(frame, width, height);
-    _tagVideoData out;
+    _tagVideoData in = Record(frame, width, height), out;
     std::memset(&out, 0x5D, sizeof(out));
     const int status = sr_->ProcessData(&in, &out);
+    const auto* bytes = reinterpret_cast<const uint8_t*>(&out);
+    // Without an output the record stays as it was; with one, only the host's fields do.
     const bool has_output = status == SR_OK || status == SR_OK_LIGHT || status == SR_ERR_TOO_SLOW;
-    if (has_output && out.pixelBuffer != nullptr &&
-        reinterpret_cast<uintptr_t>(out.pixelBuffer) != 0x5D5D5D5D5D5D5D5Dull) {
-      EXPECT_EQ(out.width, 2u * width);
-      EXPECT_EQ(out.height, 2u * height);
-      EXPECT_EQ(out.format, 1);
+    const bool written = has_output && out.pixelBuffer != nullptr &&
+                         reinterpret_cast<uintptr_t>(out.pixelBuffer) != 0x5D5D5D5D5D5D5D5Dull;
+    for (size_t i = written ? 20 : 0; i < (written ? 56 : sizeof(out)); ++i) {
+      EXPECT_EQ(bytes[i], 0x5D) << "byte " << i << (written ? " of the host's" : " of an unwritten output");
+    }
+    if (written) {
+      EXPECT_EQ(std::tuple(out.width, out.height, out.format), std::tuple(2u * width, 2u * height, 1));
       EXPECT_EQ(size_t(out.strideY), VLPixelBufferGetBytesPerRowOfPlane(out.pixelBuffer, 0));
       EXPECT_EQ(size_t(out.strideUV), VLPixelBufferGetBytesPerRowOfPlane(out.pixelBuffer, 1));
-      for (int i = 20; i < 56; ++i) {
-        EXPECT_EQ(reinterpret_cast<uint8_t*>(&out)[i], 0x5D) << "host byte " << i;
-      }
       if (check != nullptr) check(frame, out.pixelBuffer, width, height);
       VLPixelBufferRelease(out.pixelBuffer);
-    } else {
-      for (size_t i = 0; i < sizeof(out); ++i) {
-        EXPECT_EQ(reinterpret_cast<uint8_t*>(&out)[i], 0x5D) << "out touched, byte " << i;
-      }
     }
     VLPixelBufferRelease(frame);
     return status;
@@ -171,9 +138,8 @@ TEST_F(PluginTest, MissingNetworksAreLoggedAndFramesRefusedUntouched) {
   Start("", "");
   EXPECT_EQ(plugin()->fullModel, nullptr);
   EXPECT_EQ(plugin()->lightModel, nullptr);
-  ASSERT_EQ(log.lines.size(), 2u);
-  EXPECT_EQ(log.lines[0], "Could not load RTC.onnx in the bundle resource");
-  EXPECT_EQ(log.lines[1], "Could not load RTC_degrade.onnx in the bundle resource");
+  EXPECT_EQ(log.lines, (std::vector<std::string>{"Could not load RTC.onnx in the bundle resource",
+                                                 "Could not load RTC_degrade.onnx in the bundle resource"}));
   EXPECT_EQ(sr_->GetSupportFormat(), 1);
   EXPECT_EQ(RunFrame(64, 36), SR_ERR_UNSUPPORTED);
 }

@@ -54,26 +54,22 @@ void MakeDriverCase(const Driver& d, const Params& p, Case& c) {
   const int h = p[0], w = p[1], ch = d.channels;
   const bool empty = h < 1 || w < 1;
   const size_t n = empty ? 0 : size_t(h) * w * ch;
-  uint8_t* src = c.In<uint8_t>(n);
   const uint8_t level = static_cast<uint8_t>(c.rng());
-  for (size_t i = 0; i < n; ++i) {
-    const size_t x = i % (size_t(w) * ch), y = i / (size_t(w) * ch);
-    src[i] = p[2] == 0 ? static_cast<uint8_t>(c.rng())
-             : p[2] == 1 ? (((x / ch + x % ch) / 4 + y / 3) % 2 ? 255 : 0) : level;
-  }
+  size_t i = 0;
+  uint8_t* src = c.In<uint8_t>(n, [&] {
+    const size_t x = i % (size_t(w) * ch), y = i++ / (size_t(w) * ch);
+    return p[2] == 0 ? c.rng() : p[2] == 1 ? (((x / ch + x % ch) / 4 + y / 3) % 2 ? 255 : 0) : level;
+  });
   auto scaled = [&](int s) { return empty ? 0 : d.num * s / d.den; };
   auto used = [&](int s) { return s >= d.group ? s - s % d.group : s; };
   const int out_w = scaled(w), values = out_w * ch, block = values / 8 * 8;
   c.Out<uint8_t>(size_t(scaled(h)) * values, values);
-  for (int y = 0; !empty && y < scaled(used(h)); ++y) {
-    for (int v = 0; v < values; ++v) {
-      // Columns past the last the read samples define repeat its value.
-      const int xh = std::min(v / ch, scaled(used(w)) - 1);
-      const int64_t acc =
-          oracle::ResampleAcc(d.r, src + v % ch, w * ch, ch, used(h), used(w), y, xh);
-      c.Want(size_t(y) * values + v, oracle::ResampleRound(static_cast<int32_t>(acc), v < block));
-    }
-  }
+  c.Grid<uint8_t>(scaled(used(h)), values, values, [&](int y, int v) {
+    // Columns past the last the read samples define repeat its value.
+    const int xh = std::min(v / ch, scaled(used(w)) - 1);
+    const int64_t acc = oracle::ResampleAcc(d.r, src + v % ch, w * ch, ch, used(h), used(w), y, xh);
+    return oracle::ResampleRound(static_cast<int32_t>(acc), v < block);
+  });
   int32_t* scratch = c.In<int32_t>(size_t(d.scratch) * std::max(values, 2));
   _StLanczos1p5x* ctx = c.Context();
   c.run = [=, run = d.run](void* out) { run(ctx, scratch, src, static_cast<uint8_t*>(out), h, w); };
@@ -100,16 +96,11 @@ void AddDrivers(std::vector<Row>& rows) {
        {3, 4, 11, 12, 19, 20, 67}, {3, 4}, {{1, 1}, {2, 2}, {1, 5}, {30, 2}}},
   };
   for (const Driver& d : drivers) {
-    Row row{d.name, {"h", "w", "image"}, {{0, 4, 0}, {4, 0, 0}, {4, -3, 0}}, nullptr, nullptr};
-    for (int w : d.widths) {
-      for (int h : d.heights) row.sizes.push_back({h, w, int(row.sizes.size() % 3)});
-    }
-    for (auto [w, h] : d.small) row.sizes.push_back({h, w, 0});
-    row.draw = [](std::mt19937& rng) {
-      return Params{Uniform(rng, 1, 20), Uniform(rng, 1, 140), Uniform(rng, 0, 2)};
-    };
-    row.make = [d](const Params& p, Case& c) { MakeDriverCase(d, p, c); };
-    rows.push_back(std::move(row));
+    std::vector<Params> first = {{0, 4, 0}, {4, 0, 0}, {4, -3, 0}};
+    for (auto [w, h] : d.small) first.push_back({h, w, 0});
+    rows.push_back({d.name, {"h", "w", "image"}, Combos({d.heights, d.widths}, {3}, first),
+                    Draws({{1, 20}, {1, 140}, {0, 2}}),
+                    [d](const Params& p, Case& c) { MakeDriverCase(d, p, c); }});
   }
 }
 
@@ -160,29 +151,24 @@ void AddHorizontalPasses(std::vector<Row>& rows) {
   for (const HPass& p : passes) {
     // Every width up to 90 the pass is meant for, then the body with the
     // context's taps zeroed.
-    Row row{p.name, {"w", "zeroed_taps"}, {}, nullptr, nullptr};
     const int step = p.den == 1 ? 1 : p.den;
-    for (int w = step; w <= (p.channels == 3 ? 60 : 90); w += step) row.sizes.push_back({w, 0});
-    if (p.body_per_unit) row.sizes.insert(row.sizes.end(), {{42 / step * step, 1}, {90, 1}});
-    row.draw = [step, zero = p.body_per_unit != 0](std::mt19937& rng) {
-      return Params{Uniform(rng, 1, 100) * step, zero ? Uniform(rng, 0, 1) : 0};
-    };
-    row.make = [p](const Params& q, Case& c) {
+    std::vector<Params> sizes;
+    for (int w = step; w <= (p.channels == 3 ? 60 : 90); w += step) sizes.push_back({w, 0});
+    if (p.body_per_unit) sizes.insert(sizes.end(), {{42 / step * step, 1}, {90, 1}});
+    rows.push_back({p.name, {"w", "zeroed_taps"}, sizes,
+                    Draws({{step, 100 * step, step}, {0, p.body_per_unit != 0}}),
+                    [p](const Params& q, Case& c) {
       const int w = q[0], ch = p.channels, n = p.num * w / p.den;
       uint8_t* src = c.RandomBytes(size_t(w) * ch);
       _StLanczos1p5x* ctx = c.Context();
       if (q[1]) ZeroContextTaps(ctx);
       const int body_end = p.body_first + p.body_per_unit * p.body_units(w);
       c.Out<int32_t>(size_t(n) * ch, size_t(n) * ch);
-      for (int j = 0; j < n; ++j) {
-        for (int k = 0; k < ch; ++k) {
-          const bool zero = q[1] && j >= p.body_first && j < body_end;
-          c.Want<int32_t>(j * ch + k, zero ? 0 : ResampleH(p.r, src + k, ch, w, j));
-        }
-      }
+      c.Grid<int32_t>(n, ch, ch, [&](int j, int k) {
+        return q[1] && j >= p.body_first && j < body_end ? 0 : ResampleH(p.r, src + k, ch, w, j);
+      });
       c.run = [=, call = p.call](void* out) { call(ctx, src, static_cast<int32_t*>(out), w); };
-    };
-    rows.push_back(std::move(row));
+    }});
   }
 }
 
@@ -210,32 +196,22 @@ void AddVerticalPasses(std::vector<Row>& rows) {
     // 1: rows a horizontal pass makes and the documented taps; 2: one row of
     // sums (k + 1/2) * 2^22 - 1, which the block rule rounds up and the
     // remainder rule down.
-    Row row{p.name, {"blocks8", "rest", "mode"}, {}, nullptr, nullptr};
-    for (auto [b, r] : {std::pair{0, 7}, {1, 0}, {3, 5}, {9, 1}, {2, 12}}) {
-      for (int mode : {0, 1, 2}) row.sizes.push_back({b, r, mode});
-    }
-    row.draw = [](std::mt19937& rng) {
-      return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 15), Uniform(rng, 0, 2)};
-    };
-    row.make = [p](const Params& q, Case& c) {
+    rows.push_back({p.name, {"blocks8", "rest", "mode"}, Combos({{0, 1, 3, 9}, {0, 5, 7, 12}, {0, 1, 2}}),
+                    Draws({{0, 12}, {0, 15}, {0, 2}}), [p](const Params& q, Case& c) {
       const int n = 8 * q[0] + q[1], t = p.taps;
-      short* taps = c.In<short>(t);
-      const short lanczos[8] = {-8, 64, -188, 579, 1830, -312, 114, -31};
-      const short cubic[4] = {-36, 329, 1932, -178};
-      for (int k = 0; k < t; ++k) {
-        taps[k] = q[2] == 0 ? static_cast<short>(c.rng())
-                  : q[2] == 1 ? (t == 8 ? lanczos[k] : cubic[k]) : short(k == 1);
-      }
+      const short lanczos[8] = {-8, 64, -188, 579, 1830, -312, 114, -31}, cubic[4] = {-36, 329, 1932, -178};
+      int k = 0;
+      short* taps = c.In<short>(t, [&] {
+        return q[2] == 0 ? short(c.rng()) : q[2] == 1 ? (t == 8 ? lanczos[k++] : cubic[k++]) : short(k++ == 1);
+      });
       // Slot t-1-k holds row k, so the ring indices must be followed.
       int** slots = c.In<int*>(t);
       std::vector<int32_t*> row_of(t);
       for (int k = 0; k < t; ++k) {
-        row_of[k] = slots[t - 1 - k] = c.In<int32_t>(n);
-        for (int x = 0; x < n; ++x) {
-          row_of[k][x] = q[2] == 0   ? static_cast<int32_t>(c.rng())
-                         : q[2] == 1 ? Uniform(c.rng, -137445, 659685)
-                                     : Uniform(c.rng, 4, 254) * 4194304 + 2097151;
-        }
+        row_of[k] = slots[t - 1 - k] = c.In<int32_t>(n, [&] {
+          return q[2] == 0 ? int32_t(c.rng()) : q[2] == 1 ? Uniform(c.rng, -137445, 659685)
+                                                          : Uniform(c.rng, 4, 254) * 4194304 + 2097151;
+        });
       }
       c.Out<uint8_t>(n, n);
       for (int x = 0; x < n; ++x) {
@@ -248,8 +224,7 @@ void AddVerticalPasses(std::vector<Row>& rows) {
         for (int k = 0; k < t; ++k) (p.global_ring ? lanczos2xRowRing : ctx->rowIndex)[k] = t - 1 - k;
         p.call(ctx, slots, static_cast<uint8_t*>(out), taps, q[0], q[1]);
       };
-    };
-    rows.push_back(std::move(row));
+    }});
   }
 }
 
@@ -288,16 +263,12 @@ void AddVectorSteps(std::vector<Row>& rows) {
        [](uint8_t* s, int32x4* o) { u8_to_s32_NEON_8LEN(s, o[0], o[1]); }},
   };
   for (const Loader& l : loaders) {
-    Row row{l.name, {}, {{}}, [](std::mt19937&) { return Params{}; }, nullptr, false};
-    row.make = [l](const Params&, Case& c) {
+    rows.push_back({l.name, {}, {{}}, Draws({}), [l](const Params&, Case& c) {
       uint8_t* src = c.RandomBytes(l.bytes);
       c.Out<int32_t>(4 * l.vectors, 4);
-      for (int v = 0; v < l.vectors; ++v) {
-        for (int i = 0; i < 4; ++i) c.Want<int32_t>(4 * v + i, src[l.index(v, i)]);
-      }
+      c.Grid<int32_t>(l.vectors, 4, 4, [&](int v, int i) { return src[l.index(v, i)]; });
       c.run = [=](void* out) { l.call(src, static_cast<int32x4*>(out)); };
-    };
-    rows.push_back(std::move(row));
+    }, false});
   }
 
   const Step steps[] = {
@@ -320,12 +291,8 @@ void AddVectorSteps(std::vector<Row>& rows) {
   };
   for (const Step& s : steps) {
     const bool ctx_taps = std::string(s.name) != "NEON_CALCULATION";
-    Row row{s.name, {"start", "zeroed_taps"}, {{0, 0}, {5, 0}, {3, ctx_taps}}, nullptr, nullptr,
-            false};
-    row.draw = [ctx_taps](std::mt19937& rng) {
-      return Params{Uniform(rng, 0, 16), ctx_taps ? Uniform(rng, 0, 1) : 0};
-    };
-    row.make = [s](const Params& q, Case& c) {
+    rows.push_back({s.name, {"start", "zeroed_taps"}, {{0, 0}, {5, 0}, {3, ctx_taps}},
+                    Draws({{0, 16}, {0, ctx_taps}}), [s](const Params& q, Case& c) {
       constexpr int kWidth = 96;
       const uint8_t* line = c.RandomBytes(kWidth);
       int32x4* in = c.In<int32x4>(s.count);
@@ -342,8 +309,7 @@ void AddVectorSteps(std::vector<Row>& rows) {
         c.Want<int32_t>(j, q[1] ? 0 : ResampleH(s.r, line, 1, kWidth, s.mul * q[0] + s.add + j));
       }
       c.run = [=, call = s.call](void* out) { call(ctx, in, static_cast<int*>(out)); };
-    };
-    rows.push_back(std::move(row));
+    }, false});
   }
 }
 
@@ -370,53 +336,37 @@ void AddLinear(std::vector<Row>& rows) {
   };
   for (const LinearDriver& d : drivers) {
     // image 0 random, 1 blocks of 0 and 255, 2 constant.
-    Row row{d.name, {"h", "w", "image"}, {{0, 4, 0}, {4, 0, 0}}, nullptr, nullptr};
-    for (int w : {1, 2, 3, 8, 9, 16, 17, 18, 23, 24, 27, 29}) {
-      for (int h : {1, 2, 3, 5, 7}) row.sizes.push_back({h, w, int(row.sizes.size() % 3)});
-    }
-    row.draw = [](std::mt19937& rng) {
-      return Params{Uniform(rng, 1, 12), Uniform(rng, 1, 100), Uniform(rng, 0, 2)};
-    };
-    row.make = [d](const Params& p, Case& c) {
+    rows.push_back({d.name, {"h", "w", "image"},
+                    Combos({{1, 2, 3, 5, 7}, {1, 2, 3, 8, 9, 16, 17, 18, 23, 24, 27, 29}}, {3},
+                           {{0, 4, 0}, {4, 0, 0}}),
+                    Draws({{1, 12}, {1, 100}, {0, 2}}), [d](const Params& p, Case& c) {
       const int h = std::max(p[0], 0), w = std::max(p[1], 0);
-      uint8_t* src = c.In<uint8_t>(size_t(h) * w);
       const uint8_t level = static_cast<uint8_t>(c.rng());
-      for (int i = 0; i < h * w; ++i) {
-        const int block = (i % w / 3 + i / w / 2) % 2 * 255;
-        src[i] = p[2] == 0 ? uint8_t(c.rng()) : p[2] == 1 ? block : level;
-      }
+      int i = 0;
+      uint8_t* src = c.In<uint8_t>(size_t(h) * w, [&] {
+        const int at = i++, block = (at % w / 3 + at / w / 2) % 2 * 255;
+        return p[2] == 0 ? uint8_t(c.rng()) : p[2] == 1 ? block : level;
+      });
       const int ow = d.num * w / d.den, oh = d.num * (h - h % d.den) / d.den;
       c.Out<uint8_t>(size_t(ow) * oh, std::max(ow, 1));
-      for (int y = 0; h >= d.den && w >= d.den && y < oh; ++y) {
-        for (int x = 0; x < ow; ++x) {
-          c.Want(size_t(y) * ow + x, oracle::LinearSample(d.num, d.den, src, h, w, y, x));
-        }
-      }
+      c.Grid<uint8_t>(h >= d.den && w >= d.den ? oh : 0, ow, ow,
+                      [&](int y, int x) { return oracle::LinearSample(d.num, d.den, src, h, w, y, x); });
       _StLanczos1p5x* ctx = c.Context();
       c.run = [=](void* out) { EXPECT_EQ(d.run(ctx, src, static_cast<uint8_t*>(out), h, w), ctx); };
-    };
-    rows.push_back(std::move(row));
+    }});
 
-    Row hrow{std::string("HResizeLinear_") + (d.name + 7) + "_NEON", {"groups", "singles"}, {},
-             nullptr, nullptr};
-    for (int g : {0, 1, 2}) {
-      for (int s = 0; s < 8; ++s) hrow.sizes.push_back({g, s});
-    }
-    hrow.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 7)}; };
-    hrow.make = [d](const Params& q, Case& c) {
+    rows.push_back({std::string("HResizeLinear_") + (d.name + 7) + "_NEON", {"groups", "singles"},
+                    Combos({{0, 1, 2}, Span(0, 7)}), Draws({{0, 12}, {0, 7}}), [d](const Params& q, Case& c) {
       const int w = d.den * (8 * q[0] + q[1] + 1), n = d.num * w / d.den;
       uint8_t* src = c.RandomBytes(w);
       c.Out<uint16_t>(n, n);
       for (int j = 0; j < n; ++j) c.Want(j, uint16_t(oracle::LinearH(d.num, d.den, src, w, j)));
       c.run = [=](void* out) { d.row(src, static_cast<uint16_t*>(out), q[0], q[1]); };
-    };
-    rows.push_back(std::move(hrow));
+    }});
   }
 
   // The 1.5x vector steps over pairs start .. start+7 of a row.
-  Row load{"u8_2x_to_s16_NEON_8LEN", {}, {{}}, [](std::mt19937&) { return Params{}; }, nullptr,
-           false};
-  load.make = [](const Params&, Case& c) {
+  rows.push_back({"u8_2x_to_s16_NEON_8LEN", {}, {{}}, Draws({}), [](const Params&, Case& c) {
     uint8_t* src = c.RandomBytes(16);
     c.Out<int16_t>(16, 8);
     for (int i = 0; i < 16; ++i) c.Want(i, int16_t{src[2 * (i % 8) + i / 8]});
@@ -424,11 +374,8 @@ void AddLinear(std::vector<Row>& rows) {
       auto* v = static_cast<__simd128_int16_t*>(out);
       u8_2x_to_s16_NEON_8LEN(src, v[0], v[1]);
     };
-  };
-  rows.push_back(std::move(load));
-  Row cal{"HLinear_1p5x_NEON_CAL", {"start"}, {{0}, {5}}, nullptr, nullptr, false};
-  cal.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 20)}; };
-  cal.make = [](const Params& q, Case& c) {
+  }, false});
+  rows.push_back({"HLinear_1p5x_NEON_CAL", {"start"}, {{0}, {5}}, Draws({{0, 20}}), [](const Params& q, Case& c) {
     constexpr int kWidth = 60;
     const uint8_t* line = c.RandomBytes(kWidth);
     auto* in = c.In<__simd128_int16_t>(3);
@@ -444,27 +391,19 @@ void AddLinear(std::vector<Row>& rows) {
     c.run = [=](void* out) {
       HLinear_1p5x_NEON_CAL(static_cast<short*>(out), in[0], in[1], in[2]);
     };
-  };
-  rows.push_back(std::move(cal));
+  }, false});
 
   // 3x vertical passes, weights of the older and newer rows (give: older / 3).
   for (auto [name, wa, wb] : {std::tuple{"VResizeLinear_3x_NEON_1", 2, 1},
                               {"VResizeLinear_3x_NEON_2", 1, 2}, {"Linear_3x_give_NEON", 1, 0}}) {
     // mode 0: any 16-bit rows (the body's sums wrap); 1: sums of a 3x row.
-    Row row{name, {"groups", "singles", "mode"}, {}, nullptr, nullptr};
-    for (auto [g, s] : {std::pair{0, 7}, {1, 0}, {2, 5}, {4, 3}}) {
-      for (int mode : {0, 1}) row.sizes.push_back({g, s, mode});
-    }
-    row.draw = [](std::mt19937& rng) {
-      return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 7), Uniform(rng, 0, 1)};
-    };
-    row.make = [wa, wb](const Params& q, Case& c) {
+    rows.push_back({name, {"groups", "singles", "mode"}, Combos({{0, 1, 2, 4}, {0, 3, 5, 7}, {0, 1}}),
+                    Draws({{0, 12}, {0, 7}, {0, 1}}), [wa, wb](const Params& q, Case& c) {
       const int n = 8 * q[0] + q[1];
       // Slot 1 holds the older row, so the ring indices must be followed.
       unsigned short** slots = c.In<unsigned short*>(2);
       for (int k = 0; k < 2; ++k) {
-        slots[k] = c.In<unsigned short>(n);
-        for (int x = 0; x < n; ++x) slots[k][x] = q[2] ? Uniform(c.rng, 0, 765) : c.rng();
+        slots[k] = c.In<unsigned short>(n, [&] { return q[2] ? Uniform(c.rng, 0, 765) : c.rng(); });
       }
       c.Out<uint8_t>(n, n);
       const float f = std::bit_cast<float>(wb ? 0x3DE38E39u : 0x3EAAAAABu);
@@ -479,8 +418,7 @@ void AddLinear(std::vector<Row>& rows) {
         if (wb == 0) return Linear_3x_give_NEON(dst, slots[1], q[0], q[1]);
         (wa == 2 ? VResizeLinear_3x_NEON_1 : VResizeLinear_3x_NEON_2)(ctx, slots, dst, q[0], q[1]);
       };
-    };
-    rows.push_back(std::move(row));
+    }});
   }
 }
 
@@ -500,21 +438,13 @@ void AddLinearFloat(std::vector<Row>& rows) {
                                                              HResizeLinear_float_3x_NEON},
                                {4, Linear_float_4x, HResizeLinear_float_4x_NEON}}) {
     const std::string ratio = std::to_string(r) + "x";
-    Row row{"Linear_float_" + ratio, {"h", "w"}, {{0, 3}, {3, 0}}, nullptr, nullptr};
-    for (int w : {1, 2, 4, 5, 8, 9, 13}) {
-      for (int h : {1, 2, 4}) row.sizes.push_back({h, w});
-    }
-    row.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 1, 10), Uniform(rng, 1, 60)}; };
-    row.make = [r, run](const Params& p, Case& c) {
+    rows.push_back({"Linear_float_" + ratio, {"h", "w"},
+                    Combos({{1, 2, 4}, {1, 2, 4, 5, 8, 9, 13}}, {}, {{0, 3}, {3, 0}}), Draws({{1, 10}, {1, 60}}),
+                    [r, run](const Params& p, Case& c) {
       const int h = std::max(p[0], 0), w = std::max(p[1], 0), ow = r * w;
-      float* src = c.In<float>(size_t(h) * w);
-      for (int i = 0; i < h * w; ++i) src[i] = AnyFloat(c.rng);
+      float* src = c.In<float>(size_t(h) * w, [&] { return AnyFloat(c.rng); });
       c.Out<float>(size_t(r) * h * ow, std::max(ow, 1));
-      for (int y = 0; y < r * h; ++y) {
-        for (int x = 0; x < ow; ++x) {
-          c.Want(size_t(y) * ow + x, oracle::LinearFloatSample(r, src, h, w, y, x));
-        }
-      }
+      c.Grid<float>(r * h, ow, ow, [&](int y, int x) { return oracle::LinearFloatSample(r, src, h, w, y, x); });
       float* ring = c.In<float>(2 * size_t(ow));
       _StLanczos1p5x* ctx = c.Context();
       c.run = [=](void* out) {
@@ -522,39 +452,26 @@ void AddLinearFloat(std::vector<Row>& rows) {
         run(ctx, src, static_cast<float*>(out), h, w);
         ctx->floatLineBuf = nullptr;
       };
-    };
-    rows.push_back(std::move(row));
+    }});
 
-    Row hrow{"HResizeLinear_float_" + ratio + "_NEON", {"groups", "singles"}, {}, nullptr, nullptr};
-    for (int g : {0, 1, 3}) {
-      for (int s = 0; s < 4; ++s) hrow.sizes.push_back({g, s});
-    }
-    hrow.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 12), Uniform(rng, 0, 3)}; };
-    hrow.make = [r, hpass](const Params& q, Case& c) {
+    rows.push_back({"HResizeLinear_float_" + ratio + "_NEON", {"groups", "singles"},
+                    Combos({{0, 1, 3}, Span(0, 3)}), Draws({{0, 12}, {0, 3}}),
+                    [r, hpass](const Params& q, Case& c) {
       const int w = 4 * q[0] + q[1] + 1;
-      float* src = c.In<float>(w);
-      for (int i = 0; i < w; ++i) src[i] = AnyFloat(c.rng);
+      float* src = c.In<float>(w, [&] { return AnyFloat(c.rng); });
       c.Out<float>(size_t(r) * w, size_t(r) * w);
       for (int j = 0; j < r * w; ++j) c.Want(j, oracle::LinearFloatH(r, src, w, j));
       c.run = [=](void* out) { hpass(src, static_cast<float*>(out), q[0], q[1]); };
-    };
-    rows.push_back(std::move(hrow));
+    }});
   }
 
-  Row vrow{"VResizeLinear_float_NEON", {"groups", "singles"}, {{0, 3}, {1, 0}, {5, 2}}, nullptr,
-           nullptr};
-  vrow.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 0, 20), Uniform(rng, 0, 3)}; };
-  vrow.make = [](const Params& q, Case& c) {
+  rows.push_back({"VResizeLinear_float_NEON", {"groups", "singles"}, {{0, 3}, {1, 0}, {5, 2}},
+                  Draws({{0, 20}, {0, 3}}), [](const Params& q, Case& c) {
     const int n = 4 * q[0] + q[1];
-    float* weights = c.In<float>(2);
-    weights[0] = AnyFloat(c.rng) / 256.0f;
-    weights[1] = AnyFloat(c.rng) / 256.0f;
+    float* weights = c.In<float>(2, [&] { return AnyFloat(c.rng) / 256.0f; });
     // Slot 1 holds the older row, so the ring indices must be followed.
     float** slots = c.In<float*>(2);
-    for (int k = 0; k < 2; ++k) {
-      slots[k] = c.In<float>(n);
-      for (int x = 0; x < n; ++x) slots[k][x] = AnyFloat(c.rng);
-    }
+    for (int k = 0; k < 2; ++k) slots[k] = c.In<float>(n, [&] { return AnyFloat(c.rng); });
     c.Out<float>(n, n);
     for (int x = 0; x < n; ++x) {
       const float older = slots[1][x] * weights[0], newer = slots[0][x] * weights[1];
@@ -566,20 +483,16 @@ void AddLinearFloat(std::vector<Row>& rows) {
       ctx->rowIndex[1] = 0;
       VResizeLinear_float_NEON(ctx, slots, static_cast<float*>(out), weights, q[0], q[1]);
     };
-  };
-  rows.push_back(std::move(vrow));
+  }});
 
   // Ch output rows per input row: blocks of 8*Ch floats, the first 4
   // positions read, each 8-byte group their bytes twice; rows run on.
   for (int ch : {3, 2}) {
     const std::string name = ch == 3 ? "CvtF32ToU8_NHWC_3x3_NEON" : "CvtF32ToU8_NHWC_2x2_NEON";
-    Row row{name, {"h", "w"}, {{1, 8}, {2, 8}, {3, 16}, {2, 3}, {1, 2}, {2, 4}, {2, 5}, {1, 11}},
-            nullptr, nullptr};
-    row.draw = [](std::mt19937& rng) { return Params{Uniform(rng, 1, 6), Uniform(rng, 1, 40)}; };
-    row.make = [ch](const Params& p, Case& c) {
+    rows.push_back({name, {"h", "w"}, {{1, 8}, {2, 8}, {3, 16}, {2, 3}, {1, 2}, {2, 4}, {2, 5}, {1, 11}},
+                    Draws({{1, 6}, {1, 40}}), [ch](const Params& p, Case& c) {
       const int h = p[0], w = p[1], blocks = ch == 3 ? 9 * w / 24 : w / 4;
-      float* src = c.In<float>(size_t(h) * ch * ch * w);
-      for (int i = 0; i < h * ch * ch * w; ++i) src[i] = AnyFloat(c.rng);
+      float* src = c.In<float>(size_t(h) * ch * ch * w, [&] { return AnyFloat(c.rng); });
       c.Out<uint8_t>(size_t(h) * ch * ch * w, size_t(ch) * w);
       for (int y = 0; y < h; ++y) {
         const size_t base = size_t(y) * (8 * blocks + (ch - 1) * ch * w);
@@ -596,8 +509,7 @@ void AddLinearFloat(std::vector<Row>& rows) {
         (ch == 3 ? CvtF32ToU8_NHWC_3x3_NEON : CvtF32ToU8_NHWC_2x2_NEON)(
             src, static_cast<uint8_t*>(out), h, w);
       };
-    };
-    rows.push_back(std::move(row));
+    }});
   }
 }
 

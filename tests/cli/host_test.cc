@@ -8,6 +8,7 @@
 #include <memory>
 #include <random>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "tests/support/plugin_fixture.h"
@@ -39,9 +40,7 @@ class ScriptedPlugin : public SuperResolutionInterface {
       FrameLock lock(frame);
       std::memset(frame.plane(0), step, size_t(frame.stride(0)) * frame.height());
     }
-    out->pixelBuffer = VLPixelBufferRetain(frame.get());
-    out->width = 2 * in->width;
-    out->height = 2 * in->height;
+    *out = test::Record(VLPixelBufferRetain(frame.get()), 2 * in->width, 2 * in->height);
     return step;
   }
 
@@ -70,12 +69,9 @@ TEST(PluginHost, FollowsTheGovernorAndFillsRefusedFramesBilinearly) {
   for (int i = 0; i < 7; ++i) {
     SCOPED_TRACE(i);
     const Enlarged e = host.Enlarge(in);
-    EXPECT_EQ(e.path, want_path[i]);
-    EXPECT_EQ(e.fell_back, i == 2);
-    EXPECT_EQ(e.refused_here, i == 4);
+    EXPECT_EQ(std::tuple(e.path, e.fell_back, e.refused_here), std::tuple(want_path[i], i == 2, i == 4));
     ASSERT_TRUE(e.frame);
-    ASSERT_EQ(e.frame.width(), 74);
-    ASSERT_EQ(e.frame.height(), 42);
+    ASSERT_EQ(std::pair(e.frame.width(), e.frame.height()), std::pair(74, 42));
     const std::vector<uint8_t> y = test::PackedPlane(e.frame.get(), 0);
     if (e.path == Path::kBilinear) {
       EXPECT_EQ(y, bilinear_y);
@@ -84,13 +80,9 @@ TEST(PluginHost, FollowsTheGovernorAndFillsRefusedFramesBilinearly) {
       EXPECT_EQ(y, std::vector<uint8_t>(y.size(), static_cast<uint8_t>(e.status)));
     }
   }
-  const HostStats& stats = host.stats();
-  EXPECT_EQ(stats.frames, 7);
-  EXPECT_EQ(stats.per_path[0], 2);
-  EXPECT_EQ(stats.per_path[1], 3);
-  EXPECT_EQ(stats.per_path[2], 2);
-  EXPECT_EQ(stats.fallbacks, 1);
-  EXPECT_EQ(stats.refused, 3);
+  const HostStats& s = host.stats();
+  EXPECT_EQ(std::tuple(s.frames, s.per_path[0], s.per_path[1], s.per_path[2], s.fallbacks, s.refused),
+            std::tuple(7, 2, 3, 2, 1, 3));
 }
 
 TEST(PluginHost, StartingOnTheLightNetworkIsNoFallback) {
@@ -141,16 +133,14 @@ TEST(FitSize, KeepsTheAspectWithinTheLimit) {
                                     {1281, 3, 1280, 3}, {1280, 1280, 1280, 1280}}) {
     int got_w = 0, got_h = 0;
     FitSize(w, h, &got_w, &got_h);
-    EXPECT_EQ(got_w, fit_w) << w << "x" << h;
-    EXPECT_EQ(got_h, fit_h) << w << "x" << h;
+    EXPECT_EQ(std::pair(got_w, got_h), std::pair(fit_w, fit_h)) << w << "x" << h;
   }
 }
 
 TEST(HostStats, NearestRankPercentile) {
   HostStats stats;
   for (int i = 20; i >= 1; --i) stats.ms.push_back(i);
-  EXPECT_EQ(stats.PercentileMs(95), 19);
-  EXPECT_EQ(stats.PercentileMs(100), 20);
+  EXPECT_EQ(std::pair(stats.PercentileMs(95), stats.PercentileMs(100)), std::pair(19.0, 20.0));
   EXPECT_DOUBLE_EQ(stats.MeanMs(), 10.5);
 }
 

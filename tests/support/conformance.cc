@@ -46,6 +46,32 @@ std::string Rerun(uint32_t base, size_t index, const Row& row) {
 
 }  // namespace
 
+std::vector<Params> Combos(std::vector<std::vector<int>> values, std::vector<int> cycle,
+                           std::vector<Params> first) {
+  std::vector<Params> cases = {{}};
+  for (const std::vector<int>& v : values) {
+    std::vector<Params> longer;
+    for (const Params& p : cases) {
+      for (int x : v) {
+        longer.push_back(p);
+        longer.back().push_back(x);
+      }
+    }
+    cases = std::move(longer);
+  }
+  for (size_t i = 0; i < cases.size(); ++i) {
+    for (size_t k = 0, at = i; k < cycle.size(); at /= cycle[k++]) cases[i].push_back(int(at % cycle[k]));
+  }
+  first.insert(first.end(), cases.begin(), cases.end());
+  return first;
+}
+
+std::vector<int> Span(int lo, int hi) {
+  std::vector<int> v;
+  for (int i = lo; i <= hi; ++i) v.push_back(i);
+  return v;
+}
+
 _StLanczos1p5x* Case::Context() {
   if (!ctx_) ctx_ = std::make_shared<test::Context>();
   return ctx_->get();

@@ -33,6 +33,18 @@ inline int Uniform(std::mt19937& rng, int lo, int hi) {
   return std::uniform_int_distribution<int>(lo, hi)(rng);
 }
 
+// A random case of independent parameters, each lo..hi in steps of `step`.
+struct Range {
+  int lo, hi, step = 1;
+};
+inline std::function<Params(std::mt19937&)> Draws(std::vector<Range> ranges) {
+  return [ranges](std::mt19937& rng) {
+    Params p;
+    for (const Range& r : ranges) p.push_back(r.lo + r.step * Uniform(rng, 0, (r.hi - r.lo) / r.step));
+    return p;
+  };
+}
+
 // One case of a row: its inputs, the oracle's output and how to call the
 // kernel. Outputs start as kSentinel, so bytes a kernel must leave alone
 // (row gaps, rows it does not write) are expected to keep it.
@@ -46,10 +58,15 @@ class Case {
     inputs_.push_back(std::make_unique<GuardedBytes>(count * sizeof(T), flush_));
     return reinterpret_cast<T*>(inputs_.back()->data());
   }
-  uint8_t* RandomBytes(size_t count) {
-    uint8_t* p = In<uint8_t>(count);
-    for (size_t i = 0; i < count; ++i) p[i] = static_cast<uint8_t>(rng());
+  // The same, each element gen().
+  template <class T, class Gen>
+  T* In(size_t count, Gen gen) {
+    T* p = In<T>(count);
+    for (size_t i = 0; i < count; ++i) p[i] = static_cast<T>(gen());
     return p;
+  }
+  uint8_t* RandomBytes(size_t count) {
+    return In<uint8_t>(count, [this] { return rng(); });
   }
   // A context set up by InitLanczos1p5x, released with the case.
   _StLanczos1p5x* Context();
@@ -70,6 +87,14 @@ class Case {
   void Want(size_t i, T value) {
     std::memcpy(&want[i * sizeof(T)], &value, sizeof(T));
   }
+  // The oracle over an h x w grid: element (y, x) is oracle(y, x), stored at
+  // y * stride + x.
+  template <class T, class F>
+  void Grid(int h, int w, size_t stride, F oracle) {
+    for (int y = 0; y < h; ++y) {
+      for (int x = 0; x < w; ++x) Want<T>(size_t(y) * stride + x, oracle(y, x));
+    }
+  }
 
   std::mt19937 rng;
   std::vector<uint8_t> want;
@@ -89,10 +114,17 @@ struct Row {
   std::vector<const char*> params;  // parameter names, for reports
   std::vector<Params> sizes;        // path boundaries, always run
   std::function<Params(std::mt19937&)> draw;  // a random case, VORLITH_DRAWS of them
-  std::function<void(const Params&, Case&)> make;
+  std::function<void(const Params&, Case&)> make = nullptr;
   bool dispatched = true;  // false: one code path whatever the target
 };
 inline void PrintTo(const Row& row, std::ostream* os) { *os << row.name; }
+
+// Every combination of `values` (the first parameter slowest), each followed
+// by one parameter per n in `cycle` that counts round 0..n-1 from case to
+// case (the first fastest, the next when it wraps); after the cases `first`.
+std::vector<Params> Combos(std::vector<std::vector<int>> values, std::vector<int> cycle = {},
+                           std::vector<Params> first = {});
+std::vector<int> Span(int lo, int hi);  // lo .. hi
 
 // The rows of each kernel family.
 std::vector<Row> ResampleRows();

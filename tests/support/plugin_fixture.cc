@@ -33,6 +33,18 @@ ResourceDirectory::~ResourceDirectory() {
   std::filesystem::remove_all(path_, ec);
 }
 
+FakeClock::FakeClock() { platform::SetClockForTest([this] { return now += step; }); }
+FakeClock::~FakeClock() { platform::SetClockForTest(nullptr); }
+
+_tagVideoData Record(VLPixelBufferRef buffer, int width, int height) {
+  _tagVideoData d{};
+  d.width = width;
+  d.height = height;
+  d.pixelBuffer = buffer;
+  d.format = 1;
+  return d;
+}
+
 VLPixelBufferRef RandomFrame(int width, int height, std::mt19937& rng) {
   VLPixelBufferRef buffer = nullptr;
   if (VLPixelBufferCreate(width, height, kVLPixelFormatType_420YpCbCr8BiPlanarVideoRange,

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "vorlith/pixel_buffer.h"
+#include "vorlith/plugin.h"
 
 namespace vorlith::test {
 
@@ -27,6 +28,17 @@ class ResourceDirectory {
  private:
   std::string path_;
 };
+
+// A clock that moves by `step` microseconds per reading: ProcessData reads
+// it at the start and the end of a frame, so each frame takes `step`.
+struct FakeClock {
+  FakeClock();
+  ~FakeClock();
+  int64_t now = 0, step = 1000;
+};
+
+// An NV12 input record of the frame (pixelBuffer may be null).
+_tagVideoData Record(VLPixelBufferRef buffer, int width, int height);
 
 // A random NV12 frame in a new pixel buffer (one reference, the caller's).
 VLPixelBufferRef RandomFrame(int width, int height, std::mt19937& rng);
