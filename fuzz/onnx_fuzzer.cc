@@ -19,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     return 0;
   }
   auto net = vorlith::model::Network::FromGraph(std::move(graph), 2);
-  for (const auto [h, w] : {std::pair<int64_t, int64_t>{5, 7}, {1, 1}, {17, 3}}) {
+  for (const auto& [h, w] : {std::pair<int64_t, int64_t>{5, 7}, {1, 1}, {17, 3}}) {
     std::vector<float> in(static_cast<size_t>(h * w));
     for (size_t i = 0; i < in.size(); ++i) in[i] = static_cast<float>((i * 37) % 256);
     std::vector<float> out;
