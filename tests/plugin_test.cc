@@ -56,16 +56,6 @@ TEST(ModelSize, SmallestCandidateThatHoldsTheFrameFirstInTableOrderOnTies) {
   }
 }
 
-TEST(Plugin, SelectorsMapEveryNetTypeToADevice) {
-  std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
-  SRPlugin* p = AsPlugin(sr.get());
-  for (int type : {0, 2, -5, 1}) {
-    EXPECT_EQ(sr->SelectNetType(static_cast<NetType>(type)), 0);
-    EXPECT_EQ(p->deviceType, type == 1 ? 1 : 2);
-    EXPECT_EQ(sr->GetDeviceType(), 1);  // deliberately 1 for both networks
-  }
-}
-
 // The luma of the nearest2x fixture network, the bilinear chroma.
 void ExpectNearest(VLPixelBufferRef in, VLPixelBufferRef out, int width, int height) {
   EXPECT_EQ(std::pair(VLPixelBufferGetWidthOfPlane(out, 1), VLPixelBufferGetHeightOfPlane(out, 1)),
