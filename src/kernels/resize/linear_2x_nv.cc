@@ -15,8 +15,8 @@
 #include <utility>
 
 #include "src/kernels/arm_numerics-inl.h"
-#include "src/kernels/byte_lanes-inl.h"
 #include "src/kernels/arm_numerics.h"
+#include "src/kernels/byte_lanes-inl.h"
 #include "vorlith/resize.h"
 
 HWY_BEFORE_NAMESPACE();
