@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 
 extern "C" {
@@ -27,6 +28,17 @@ namespace {
 
 bool Damaged(const AVFrame* frame) {
   return frame->decode_error_flags != 0 || (frame->flags & AV_FRAME_FLAG_CORRUPT) != 0;
+}
+
+// Demuxers copy colour fields from the file unchecked (a Matroska matrix of 59,
+// say), and reading an enum that holds a value outside its range is undefined.
+// Read the raw integer; anything FFmpeg does not define becomes `unknown`.
+template <typename Enum>
+Enum Checked(const Enum& field, Enum count, Enum unknown) {
+  static_assert(sizeof(Enum) == sizeof(int));
+  int raw = 0;
+  std::memcpy(&raw, &field, sizeof(raw));
+  return raw >= 0 && raw < static_cast<int>(count) ? static_cast<Enum>(raw) : unknown;
 }
 
 }  // namespace
@@ -271,11 +283,13 @@ Converter::~Converter() {
 }
 
 Frame Converter::ToNv12(const AVFrame* src, int width, int height) {
-  bool full = src->color_range == AVCOL_RANGE_JPEG;
+  const AVColorRange range = Checked(src->color_range, AVCOL_RANGE_NB, AVCOL_RANGE_UNSPECIFIED);
+  bool full = range == AVCOL_RANGE_JPEG;
   const AVPixelFormat format = WithoutJpegRange(static_cast<AVPixelFormat>(src->format), &full);
   if (IsRgb(format)) full = true;
   to_nv12_ = Prepare(to_nv12_, src->width, src->height, format, full, width, height,
-                     AV_PIX_FMT_NV12, false, Matrix(src->colorspace));
+                     AV_PIX_FMT_NV12, false,
+                     Matrix(Checked(src->colorspace, AVCOL_SPC_NB, AVCOL_SPC_UNSPECIFIED)));
   Frame out = Frame::Create(width, height);
   FrameLock lock(out);
   uint8_t* planes[4] = {out.plane(0), out.plane(1), nullptr, nullptr};
@@ -443,9 +457,10 @@ void MediaWriter::Open(int width, int height) {
   // The enlarged frames keep the input's colour description; RGB input was
   // converted with the BT.601 matrix.
   const AVCodecParameters* par = in->codecpar;
-  encoder_->colorspace = par->color_space == AVCOL_SPC_RGB ? AVCOL_SPC_SMPTE170M : par->color_space;
-  encoder_->color_primaries = par->color_primaries;
-  encoder_->color_trc = par->color_trc;
+  const AVColorSpace space = Checked(par->color_space, AVCOL_SPC_NB, AVCOL_SPC_UNSPECIFIED);
+  encoder_->colorspace = space == AVCOL_SPC_RGB ? AVCOL_SPC_SMPTE170M : space;
+  encoder_->color_primaries = Checked(par->color_primaries, AVCOL_PRI_NB, AVCOL_PRI_UNSPECIFIED);
+  encoder_->color_trc = Checked(par->color_trc, AVCOL_TRC_NB, AVCOL_TRC_UNSPECIFIED);
   encoder_->thread_count = options_.threads;
   if (format_->oformat->flags & AVFMT_GLOBALHEADER) encoder_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
   AVDictionary* settings = nullptr;
