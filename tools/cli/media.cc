@@ -32,7 +32,8 @@ bool Damaged(const AVFrame* frame) {
 
 // Demuxers copy colour fields from the file unchecked (a Matroska matrix of 59,
 // say), and reading an enum that holds a value outside its range is undefined.
-// Read the raw integer; anything FFmpeg does not define becomes `unknown`.
+// Read the raw integer; anything outside 0..count-1 becomes `unknown` (gaps
+// inside that range are valid values and pass through).
 template <typename Enum>
 Enum Checked(const Enum& field, Enum count, Enum unknown) {
   static_assert(sizeof(Enum) == sizeof(int));
