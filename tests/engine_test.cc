@@ -7,11 +7,14 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
+#include <map>
 #include <random>
 #include <utility>
 #include <string>
 #include <vector>
 
+#include "src/model/engine_rows.h"
 #include "src/model/network.h"
 #include "src/model/onnx_graph.h"
 #include "tests/oracle/network_oracle.h"
@@ -78,6 +81,44 @@ class Builder {
                                 {a.width.scale * 2, a.width.offset * 2}});
   }
 
+  int Quantize(int x, float scale, int32_t zero_point) {
+    Activation out = g_.activations[x];
+    out.quantized = true;
+    out.zero_point = zero_point;
+    Op op = Make(OpKind::kQuantize, {x});
+    op.scale = scale;
+    scale_[Push(std::move(op), out)] = scale;
+    return static_cast<int>(g_.activations.size()) - 1;
+  }
+  // Int8 weights over the whole range (-128 included), biases and scales
+  // that put the float outputs near +-4, so that requantising at 1/32 both
+  // rounds and saturates.
+  int QConv(int x, int64_t out_c, int64_t kh, int64_t kw, int64_t top, int64_t left, int64_t bottom,
+            int64_t right) {
+    Activation out = g_.activations[x];
+    Op op = Make(OpKind::kQConv, {x});
+    op.kernel_h = kh;
+    op.kernel_w = kw;
+    op.pad_top = top;
+    op.pad_left = left;
+    op.pad_bottom = bottom;
+    op.pad_right = right;
+    std::uniform_int_distribution<int> w8(-128, 127), bias(-20000, 20000);
+    for (int64_t i = 0; i < out_c * kh * kw * out.channels; ++i) op.qfilter.push_back(static_cast<int8_t>(w8(rng_)));
+    const float typical = 4.0f / (40.0f * 70.0f * std::sqrt(float(kh * kw * out.channels)));
+    std::uniform_real_distribution<float> spread(0.5f, 2.0f);
+    for (int64_t o = 0; o < out_c; ++o) {
+      op.qbias.push_back(bias(rng_));
+      op.scales.push_back(scale_.at(x) * (typical / scale_.at(x) * spread(rng_)));
+    }
+    out.quantized = false;
+    out.zero_point = 0;
+    out.channels = out_c;
+    out.height.offset += top + bottom - kh + 1;
+    out.width.offset += left + right - kw + 1;
+    return Push(std::move(op), out);
+  }
+
   Graph Finish(int output) {
     g_.output = output;
     return g_;
@@ -108,6 +149,7 @@ class Builder {
 
   Graph g_;
   std::mt19937 rng_;
+  std::map<int, float> scale_;  // byte activations
 };
 
 // The shape of the shipped networks at any width: 3x3 convolutions with
@@ -143,6 +185,30 @@ Graph Resizes(uint32_t seed) {
   const int asym = b.Resize(b.Binary(OpKind::kAdd, 0, -1), ResizeCoords::kAsymmetric);
   const int valid = b.Conv(b.Binary(OpKind::kMul, corners, asym), 9, 2, 2, 0, 0, 0, 0);  // 2h-1 x 2w-1
   return b.Finish(b.DepthToSpace(b.PRelu(valid), 3));
+}
+
+// The quantised form of Chain: QuantizeLinear, convolutions whose PReLU and
+// requantisation fold into their store, and a float last layer.
+Graph QChain(int64_t channels, int body, uint32_t seed) {
+  Builder b(seed);
+  std::mt19937 rng(seed);
+  std::uniform_int_distribution<int32_t> zp(0, 255);
+  int x = b.Quantize(0, 1.0f / 100.0f, zp(rng));
+  for (int i = 0; i <= body; ++i) x = b.Quantize(b.PRelu(b.QConv(x, channels, 3, 3, 1, 1, 1, 1)), 1.0f / 32.0f, zp(rng));
+  return b.Finish(b.DepthToSpace(b.Binary(OpKind::kAdd, b.QConv(x, 4, 3, 3, 1, 1, 1, 1), 0), 2));
+}
+
+// Nothing folds where a value has two readers: a quantised convolution's
+// float output feeds a PReLU and a second QuantizeLinear, which requantises
+// six channels on its own; uneven kernels and padding, odd channel counts,
+// and a scale that is not a power of two.
+Graph QMixed(uint32_t seed) {
+  Builder b(seed);
+  const int q = b.Quantize(0, 0.013f, 7);
+  const int wide = b.QConv(q, 6, 5, 3, 2, 1, 2, 1);
+  const int left = b.QConv(b.Quantize(b.PRelu(wide), 0.03f, 200), 5, 1, 1, 0, 0, 0, 0);
+  const int right = b.QConv(b.Quantize(wide, 1.0f / 16.0f, 0), 5, 3, 2, 1, 0, 1, 1);
+  return b.Finish(b.Binary(OpKind::kAdd, b.Binary(OpKind::kMul, left, 0), b.Binary(OpKind::kAdd, right, 0)));
 }
 
 // Heights and widths: single pixels, sizes below one vector, and widths
@@ -197,6 +263,57 @@ TEST(Engine, MatchesTheReferenceOnEveryTargetSizeAndThreadCount) {
         ASSERT_EQ(out1, out3);
       }
     });
+  }
+}
+
+// Quantised graphs give the reference's bytes and floats exactly, on every
+// target (the dot-product one too, which normal dispatch picks where the CPU
+// has it) and thread count.
+TEST(Engine, QuantisedGraphsAreExactOnEveryTargetSizeAndThreadCount) {
+  const std::pair<const char*, Graph> cases[] = {
+      {"qchain1", QChain(1, 0, 11)}, {"qchain5", QChain(5, 1, 12)}, {"qchain12", QChain(12, 2, 13)},
+      {"qchain20", QChain(20, 1, 14)}, {"qmixed", QMixed(15)},
+  };
+  std::vector<float> special = Input(9, 17, 3);
+  special[0] = std::nanf("");
+  special[1] = -1e30f;
+  special[2] = 1e30f;
+  special[3] = 0.005f;  // a tie at scale 1/100
+  special[4] = 0.015f;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string("graph ") + c.first);
+    const Graph& graph = c.second;
+    std::vector<std::vector<double>> expected;
+    std::vector<std::vector<int64_t>> shapes;
+    for (const auto& [h, w] : kSizes) {
+      shapes.emplace_back();
+      const std::vector<float> in = h == 9 && w == 17 ? special : Input(h, w, uint32_t(h * 1000 + w));
+      expected.push_back(oracle::RunGraph(graph, in, h, w, &shapes.back()));
+    }
+    const auto check = [&](int64_t) {
+      auto one = Network::FromGraph(graph, 1), three = Network::FromGraph(graph, 3);
+      for (size_t s = 0; s < std::size(kSizes); ++s) {
+        const int64_t h = kSizes[s][0], w = kSizes[s][1];
+        SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
+        const std::vector<float> in = h == 9 && w == 17 ? special : Input(h, w, uint32_t(h * 1000 + w));
+        std::vector<float> out1, out3;
+        std::vector<int64_t> shape1, shape3;
+        std::string error;
+        ASSERT_TRUE(one->Run(in.data(), {1, 1, h, w}, &out1, &shape1, &error)) << error;
+        ASSERT_TRUE(three->Run(in.data(), {1, 1, h, w}, &out3, &shape3, &error)) << error;
+        ASSERT_EQ(shape1, shapes[s]);
+        const int64_t ow = shapes[s][3], plane = shapes[s][2] * ow;
+        for (size_t i = 0; i < out1.size(); ++i) {
+          const float want = static_cast<float>(expected[s][i]);
+          ASSERT_TRUE(out1[i] == want || (std::isnan(out1[i]) && std::isnan(want))) << out1[i] << " != " << want
+              << "channel " << i / plane << " row " << i % plane / ow << " column " << i % ow;
+        }
+        ASSERT_EQ(0, std::memcmp(out1.data(), out3.data(), out1.size() * sizeof(float)));
+      }
+    };
+    test::ForEachTarget(check);
+    SCOPED_TRACE("normal dispatch: " + test::TargetName(rows::QConvolveTarget()));
+    check(0);
   }
 }
 

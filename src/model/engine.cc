@@ -46,6 +46,11 @@ struct AlignedFloats {
     data.reset(static_cast<float*>(::operator new[](count * sizeof(float), std::align_val_t{256})));
     std::fill_n(data.get(), count, 0.0f);
   }
+  // Byte activations: every slot the zero point in each byte.
+  void ResetSlots(size_t count, uint32_t pattern) {
+    Reset(count);
+    std::fill_n(reinterpret_cast<uint32_t*>(data.get()), count, pattern);
+  }
 };
 
 // Workers that live as long as the network, so a frame starts no thread.
@@ -107,7 +112,7 @@ class Pool {
   bool stop_ = false;
 };
 
-enum class StepKind { kInput, kConv, kActivate, kBinary, kDepthToSpace, kResize };
+enum class StepKind { kInput, kConv, kActivate, kBinary, kDepthToSpace, kResize, kQuantize, kQConv };
 
 // One computed activation: a graph op, with a PReLU or clamp that only it
 // feeds folded into a convolution's store.
@@ -120,12 +125,22 @@ struct Step {
   const float* slope = nullptr;
   float lo = 0.0f, hi = 0.0f;
   std::vector<float> weights;  // kConv, packed
+  // kQConv: packed filter; per output channel, padded to whole groups, the
+  // bias less the input zero point times the filter's sum, the bias scale
+  // and a folded PReLU's slope; a folded QuantizeLinear's parameters.
+  std::vector<int32_t> qweights, qbias;
+  std::vector<float> qscale, qslope;
+  bool quantize = false;
+  float out_scale = 1.0f;
+  int32_t out_zero_point = 0;
 };
 
 // Sizes for one input size.
 struct Shape {
-  int64_t channels = 0, height = 0, width = 0;
-  int64_t stride = 0;  // floats per channel row, margins included
+  int64_t channels = 0, height = 0, width = 0;  // byte activations: channels in groups of four
+  int64_t stride = 0;  // floats (or 4-byte slots) per channel row, margins included
+  bool bytes = false;
+  uint32_t pad = 0;    // byte activations: the zero point in every byte
   int64_t floats() const { return channels * stride; }
 };
 
@@ -133,7 +148,8 @@ struct Layout {
   int64_t in_h = 0, in_w = 0;
   int64_t lead = 0;  // zero columns left of column 0 in every channel row
   std::vector<Shape> shapes;
-  AlignedFloats zero;  // a row of zeros for any activation, read as padding
+  AlignedFloats zero;  // a row of zeros for any float activation, read as padding
+  std::vector<AlignedFloats> pads;  // byte activations: a row of their zero point
 };
 
 // Rows [lo, hi] of input `k` that step `s` reads for its output row y;
@@ -201,6 +217,7 @@ class Engine final : public Network {
     std::vector<int64_t> first, next, ring_rows;
     std::vector<AlignedFloats> rings;
     std::vector<const float*> row_ptrs;  // scratch for a convolution's input rows
+    std::vector<const uint32_t*> qrow_ptrs;
   };
 
   void Plan() {
@@ -250,15 +267,62 @@ class Engine final : public Network {
         case OpKind::kMul: s.kind = StepKind::kBinary; break;
         case OpKind::kDepthToSpace: s.kind = StepKind::kDepthToSpace; break;
         case OpKind::kResizeBilinear: s.kind = StepKind::kResize; break;
+        case OpKind::kQuantize: s.kind = StepKind::kQuantize; break;
+        case OpKind::kQConv: PlanQConv(op, i, consumers, &folded, &s); break;
       }
       AddStep(std::move(s));
     }
     for (const Op& op : graph_.ops) {
-      if (op.kind == OpKind::kConv) {
+      if (op.kind == OpKind::kConv || op.kind == OpKind::kQConv) {
         max_pad_left_ = std::max(max_pad_left_, op.pad_left);
         max_pad_right_ = std::max(max_pad_right_, op.pad_right);
         max_kernel_h_ = std::max(max_kernel_h_, op.kernel_h);
       }
+    }
+  }
+
+  // A quantised convolution, with the PReLU that only it feeds and the
+  // QuantizeLinear that only that feeds folded into its store.
+  void PlanQConv(const Op& op, size_t index, const std::vector<int>& consumers, std::vector<bool>* folded,
+                 Step* s) {
+    s->kind = StepKind::kQConv;
+    const Activation& in = graph_.activations[op.inputs[0]];
+    const int64_t out_c = static_cast<int64_t>(op.qbias.size());
+    const int64_t padded = (out_c + rows::kGroup - 1) / rows::kGroup * rows::kGroup;
+    s->qweights = rows::PackQConvWeights(op.qfilter, out_c, in.channels, op.kernel_h, op.kernel_w);
+    s->qbias.assign(static_cast<size_t>(padded), 0);
+    s->qscale.assign(static_cast<size_t>(padded), 0.0f);
+    const size_t per_channel = op.qfilter.size() / static_cast<size_t>(out_c);
+    for (int64_t o = 0; o < out_c; ++o) {
+      int64_t sum = 0;
+      for (size_t k = 0; k < per_channel; ++k) sum += op.qfilter[o * per_channel + k];
+      // The importer bounds |bias| + 2 * 255 * sum |w| to 32 bits.
+      s->qbias[o] = static_cast<int32_t>(op.qbias[o] - int64_t{in.zero_point} * sum);
+      s->qscale[o] = op.scales[o];
+    }
+    const auto only_consumer = [&](int value) -> int {
+      if (consumers[value] != 1) return -1;
+      for (size_t j = index + 1; j < graph_.ops.size(); ++j) {
+        for (int k : graph_.ops[j].inputs) {
+          if (k == value) return static_cast<int>(j);
+        }
+      }
+      return -1;
+    };
+    int next = only_consumer(s->output);
+    if (next >= 0 && graph_.ops[next].kind == OpKind::kPRelu) {
+      s->qslope.assign(static_cast<size_t>(padded), 0.0f);
+      std::copy(graph_.ops[next].constant.begin(), graph_.ops[next].constant.end(), s->qslope.begin());
+      s->output = graph_.ops[next].output;
+      (*folded)[next] = true;
+      next = only_consumer(s->output);
+    }
+    if (next >= 0 && graph_.ops[next].kind == OpKind::kQuantize) {
+      s->quantize = true;
+      s->out_scale = graph_.ops[next].scale;
+      s->out_zero_point = graph_.activations[graph_.ops[next].output].zero_point;
+      s->output = graph_.ops[next].output;
+      (*folded)[next] = true;
     }
   }
 
@@ -280,7 +344,8 @@ class Engine final : public Network {
 
   Window WindowOf(const Step& s, size_t k, int64_t y) const {
     switch (s.kind) {
-      case StepKind::kConv: return {y - s.op->pad_top, y - s.op->pad_top + s.op->kernel_h - 1};
+      case StepKind::kConv:
+      case StepKind::kQConv: return {y - s.op->pad_top, y - s.op->pad_top + s.op->kernel_h - 1};
       case StepKind::kDepthToSpace: return {y / s.op->block, y / s.op->block};
       case StepKind::kResize: {
         int64_t r0, r1;
@@ -328,14 +393,19 @@ class Engine final : public Network {
     layout_.shapes.assign(graph_.activations.size(), Shape());
     layout_.lead = RoundUp(std::max<int64_t>(max_pad_left_, 1), 16);
     int64_t zero_floats = 0;
+    layout_.pads.clear();
+    layout_.pads.resize(graph_.activations.size());
     for (size_t i = 0; i < graph_.activations.size(); ++i) {
       const Activation& a = graph_.activations[i];
       Shape& s = layout_.shapes[i];
-      s.channels = a.channels;
+      s.bytes = a.quantized;
+      s.pad = static_cast<uint32_t>(a.zero_point) * 0x01010101u;
+      s.channels = s.bytes ? (a.channels + 3) / 4 : a.channels;
       s.height = a.height.At(h);
       s.width = a.width.At(w);
       s.stride = layout_.lead + RoundUp(s.width + max_pad_right_, 16) + rows::kRowSlack;
       zero_floats = std::max(zero_floats, s.floats());
+      if (s.bytes) layout_.pads[i].ResetSlots(static_cast<size_t>(s.floats() + layout_.lead), s.pad);
     }
     layout_.zero.Reset(static_cast<size_t>(zero_floats + layout_.lead));
 
@@ -354,9 +424,11 @@ class Engine final : public Network {
       for (int64_t y = b.first_out; y < b.end_out; ++y) Ensure<false>(b, graph_.output, y, nullptr);
       b.rings.resize(graph_.activations.size());
       for (size_t i = 0; i < graph_.activations.size(); ++i) {
-        b.rings[i].Reset(static_cast<size_t>(b.ring_rows[i] * layout_.shapes[i].floats()));
+        const Shape& s = layout_.shapes[i];
+        b.rings[i].ResetSlots(static_cast<size_t>(b.ring_rows[i] * s.floats()), s.bytes ? s.pad : 0);
       }
       b.row_ptrs.resize(static_cast<size_t>(max_kernel_h_));
+      b.qrow_ptrs.resize(static_cast<size_t>(max_kernel_h_));
     }
     layout_.in_h = h;
     layout_.in_w = w;
@@ -386,7 +458,7 @@ class Engine final : public Network {
 
   const float* RowOf(const Band& b, int a, int64_t r) const {
     const Shape& s = layout_.shapes[a];
-    if (r < 0 || r >= s.height) return layout_.zero.data.get() + layout_.lead;
+    if (r < 0 || r >= s.height) return (s.bytes ? layout_.pads[a] : layout_.zero).data.get() + layout_.lead;
     return b.rings[a].data.get() + (r % b.ring_rows[a]) * s.floats() + layout_.lead;
   }
 
@@ -456,6 +528,36 @@ class Engine final : public Network {
         rows::Convolve(a);
         break;
       }
+      case StepKind::kQuantize:
+        rows::QuantizeRow(RowOf(b, s.inputs[0], y), in->stride, in->channels, reinterpret_cast<uint32_t*>(dst),
+                          out.stride, out.width, s.op->scale, graph_.activations[s.output].zero_point);
+        break;
+      case StepKind::kQConv: {
+        const Op& op = *s.op;
+        for (int64_t ky = 0; ky < op.kernel_h; ++ky) {
+          b.qrow_ptrs[ky] = reinterpret_cast<const uint32_t*>(RowOf(b, s.inputs[0], y - op.pad_top + ky));
+        }
+        rows::QConvRow a;
+        a.in = b.qrow_ptrs.data();
+        a.in_stride = in->stride;
+        a.in_groups = in->channels;
+        a.kernel_h = op.kernel_h;
+        a.kernel_w = op.kernel_w;
+        a.pad_left = op.pad_left;
+        a.weights = s.qweights.data();
+        a.bias = s.qbias.data();
+        a.scale = s.qscale.data();
+        a.slope = s.qslope.empty() ? nullptr : s.qslope.data();
+        a.quantize = s.quantize;
+        a.out_scale = s.out_scale;
+        a.out_zero_point = s.out_zero_point;
+        a.out = dst;
+        a.out_stride = out.stride;
+        a.out_channels = static_cast<int64_t>(op.qbias.size());
+        a.width = out.width;
+        rows::QConvolve(a);
+        break;
+      }
       case StepKind::kActivate:
         rows::Activate(RowOf(b, s.inputs[0], y), dst, out.stride, out.channels, out.width, s.post, s.slope, s.lo,
                        s.hi);
@@ -509,7 +611,12 @@ class Engine final : public Network {
     // leave beyond the padding only reaches columns that are never kept.
     const int64_t end = out.width + max_pad_right_;
     for (int64_t c = 0; c < out.channels; ++c) {
-      std::fill(dst + c * out.stride + out.width, dst + c * out.stride + end, 0.0f);
+      if (out.bytes) {
+        uint32_t* slots = reinterpret_cast<uint32_t*>(dst + c * out.stride);
+        std::fill(slots + out.width, slots + end, out.pad);
+      } else {
+        std::fill(dst + c * out.stride + out.width, dst + c * out.stride + end, 0.0f);
+      }
     }
   }
 

@@ -72,6 +72,47 @@ void Activate(const float* in, float* out, int64_t stride, int64_t channels, int
 void DepthToSpace(const float* in, int64_t in_stride, float* out, int64_t out_stride, int64_t channels,
                   int64_t block, int64_t out_row, int64_t in_width);
 
+// Quantised rows. A byte activation row holds its channels in groups of
+// four, one 32-bit slot per pixel and group (channel 4g + j in byte j), each
+// group a run of `stride` slots; padding and margins hold the zero point in
+// every byte, so padding contributes nothing to a sum over (x - zero point).
+
+// Per entry of PackQConvWeights: the four int8 weights of one pixel slot in
+// three forms, one for each kind of multiply-accumulate a target has.
+constexpr int64_t kQEntry = 8;  // packed bytes, two 16-bit pairs, four ints, one spare
+
+// Filter [out][kh][kw][in] (int8) -> groups of kGroup output channels, each
+// [in group][kh][kw][kGroup][kQEntry]; missing channels weigh zero.
+std::vector<int32_t> PackQConvWeights(const std::vector<int8_t>& filter, int64_t out_channels,
+                                      int64_t in_channels, int64_t kernel_h, int64_t kernel_w);
+
+// out = clamp(rne(x / scale) + zero_point, 0, 255) for every channel of a
+// float row (x / scale one float division, NaN counted as 0), into a byte row;
+// the bytes of missing channels in the last group are zero.
+void QuantizeRow(const float* in, int64_t in_stride, int64_t channels, uint32_t* out, int64_t out_stride,
+                 int64_t width, float scale, int32_t zero_point);
+
+struct QConvRow {
+  const uint32_t* const* in;  // kernel_h byte rows, top first (a zero-point row for padding)
+  int64_t in_stride = 0, in_groups = 0;
+  int64_t kernel_h = 0, kernel_w = 0, pad_left = 0;
+  const int32_t* weights = nullptr;  // PackQConvWeights
+  const int32_t* bias = nullptr;     // [groups * kGroup]: bias_q - input zero point * sum of weights
+  const float* scale = nullptr;      // [groups * kGroup]: bias scale
+  const float* slope = nullptr;      // PReLU slope [groups * kGroup], or null
+  // Bytes out when `quantize`: clamp(rne(v / out_scale) + out_zero_point);
+  // floats v out otherwise.
+  bool quantize = false;
+  float out_scale = 1.0f;
+  int32_t out_zero_point = 0;
+  void* out = nullptr;
+  int64_t out_stride = 0, out_channels = 0, width = 0;
+};
+void QConvolve(const QConvRow& args);
+// The target QConvolve dispatches to now (the dot-product target is compiled
+// only for it).
+int64_t QConvolveTarget();
+
 }  // namespace vorlith::model::rows
 
 #endif  // VORLITH_SRC_MODEL_ENGINE_ROWS_H_

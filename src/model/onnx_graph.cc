@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <bit>
 #include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
 #include <cmath>
 #include <cstring>
 #include <fstream>
@@ -108,6 +111,60 @@ bool ReadFloats(const onnx::TensorProto& t, std::vector<float>* out, std::string
   return true;
 }
 
+// Reads an integer tensor of `type` (INT8, UINT8 or INT32), from raw_data or
+// int32_data.
+bool ReadInts(const onnx::TensorProto& t, int type, std::vector<int64_t>* out, std::string* why) {
+  if (t.data_location() == onnx::TensorProto::EXTERNAL) {
+    *why = "uses external data, which is not supported";
+    return false;
+  }
+  if (t.data_type() != type) {
+    *why = type == onnx::TensorProto::INT8    ? "is not int8"
+           : type == onnx::TensorProto::UINT8 ? "is not uint8"
+                                              : "is not int32";
+    return false;
+  }
+  int64_t count = 1;
+  for (int64_t d : t.dims()) {
+    if (d < 0 || d > (int64_t{1} << 30) || (count *= d) > (int64_t{1} << 30)) {
+      *why = "has an invalid shape";
+      return false;
+    }
+  }
+  const size_t size = type == onnx::TensorProto::INT32 ? 4 : 1;
+  if (!t.raw_data().empty()) {
+    if (t.raw_data().size() != static_cast<size_t>(count) * size) {
+      *why = "holds " + std::to_string(t.raw_data().size()) + " bytes for " + std::to_string(count) + " values";
+      return false;
+    }
+    out->resize(static_cast<size_t>(count));
+    const char* p = t.raw_data().data();
+    for (int64_t i = 0; i < count; ++i) {
+      if (type == onnx::TensorProto::INT32) {
+        int32_t v;
+        std::memcpy(&v, p + 4 * i, 4);
+        (*out)[i] = v;
+      } else {
+        (*out)[i] = type == onnx::TensorProto::INT8 ? static_cast<int8_t>(p[i]) : static_cast<uint8_t>(p[i]);
+      }
+    }
+  } else if (t.int32_data_size() == count) {
+    out->assign(t.int32_data().begin(), t.int32_data().end());
+    const int64_t lo = type == onnx::TensorProto::INT8 ? -128 : type == onnx::TensorProto::UINT8 ? 0 : INT32_MIN;
+    const int64_t hi = type == onnx::TensorProto::INT8 ? 127 : type == onnx::TensorProto::UINT8 ? 255 : INT32_MAX;
+    for (int64_t v : *out) {
+      if (v < lo || v > hi) {
+        *why = "holds a value out of its type's range";
+        return false;
+      }
+    }
+  } else {
+    *why = "holds " + std::to_string(t.int32_data_size()) + " values for a shape of " + std::to_string(count);
+    return false;
+  }
+  return true;
+}
+
 // Which (coordinate convention, rounding) pairs make nearest 2x resampling
 // read input sample x/2 for every output sample x, i.e. plain replication.
 bool NearestIsReplication(const std::string& coords, const std::string& rounding) {
@@ -145,6 +202,7 @@ class Importer {
       return Fail("the graph output '" + g_->output_name + "' is not computed from its input");
     }
     if (it->second == g_->input) return Fail("the graph output is the graph input itself");
+    if (Act(it->second).quantized) return Fail("the graph output '" + g_->output_name + "' is quantised");
     g_->output = it->second;
     return ReorderCrdProducers();
   }
@@ -197,7 +255,13 @@ class Importer {
     auto it = activations_.find(name);
     if (it != activations_.end()) {
       *id = it->second;
+      if (Act(*id).quantized && node.op_type() != "Conv") {
+        return Fail(where_ + ": reads the quantised '" + name + "'; only a Conv with a quantised filter may");
+      }
       return true;
+    }
+    if (quantized_.count(name)) {
+      return Fail(where_ + ": reads '" + name + "' as QuantizeLinear writes it; only DequantizeLinear may");
     }
     if (constants_.count(name)) {
       return Fail(where_ + ": input '" + name + "' is a constant; it must be computed from the graph input");
@@ -244,6 +308,7 @@ class Importer {
         {"Clip", &Importer::ImportClip},         {"PRelu", &Importer::ImportPRelu},
         {"Add", &Importer::ImportAdd},           {"Mul", &Importer::ImportMul},
         {"DepthToSpace", &Importer::ImportDepthToSpace}, {"Resize", &Importer::ImportResize},
+        {"QuantizeLinear", &Importer::ImportQuantize}, {"DequantizeLinear", &Importer::ImportDequantize},
     };
     const std::string& type = node.op_type();
     const std::string label =
@@ -286,8 +351,28 @@ class Importer {
     if (!HasInput(node, 1)) return Fail(where_ + ": no filter");
     std::vector<int64_t> wdims, bdims;
     std::vector<float> w, b;
-    if (!ConstantInput(node, 1, "filter", &wdims, &w)) return false;
-    if (HasInput(node, 2) && !ConstantInput(node, 2, "bias", &bdims, &b)) return false;
+    const bool quantized = dequantized_.count(node.input(1)) > 0;
+    if (quantized != Act(x).quantized) {
+      return Fail(where_ + (quantized ? ": a quantised filter needs a quantised input (QuantizeLinear and "
+                                        "DequantizeLinear before the Conv)"
+                                      : ": a quantised input needs a quantised filter (DequantizeLinear of int8)"));
+    }
+    std::vector<float> filter_scale, bias_scale;
+    if (quantized) {
+      std::vector<int64_t> q;
+      if (!Dequantized(node.input(1), onnx::TensorProto::INT8, "filter", &wdims, &q, &filter_scale)) return false;
+      w.assign(q.begin(), q.end());
+      if (HasInput(node, 2)) {
+        if (!dequantized_.count(node.input(2))) {
+          return Fail(where_ + ": the bias of a quantised Conv must be DequantizeLinear of int32");
+        }
+        if (!Dequantized(node.input(2), onnx::TensorProto::INT32, "bias", &bdims, &q, &bias_scale)) return false;
+        b.assign(q.begin(), q.end());
+      }
+    } else {
+      if (!ConstantInput(node, 1, "filter", &wdims, &w)) return false;
+      if (HasInput(node, 2) && !ConstantInput(node, 2, "bias", &bdims, &b)) return false;
+    }
 
     if (const int64_t group = IntAttribute(node, "group", 1); group != 1) {
       return Fail("unsupported group " + std::to_string(group) + " in " + where_);
@@ -352,12 +437,151 @@ class Importer {
       }
     }
     op.bias = b.empty() ? std::vector<float>(out_c, 0.0f) : std::move(b);
+    if (quantized && !QuantizeConv(filter_scale, bias_scale, &op)) return false;
 
     Activation out = Act(x);
+    out.quantized = false;
+    out.zero_point = 0;
     out.channels = out_c;
     out.height.offset += op.pad_top + op.pad_bottom - kh + 1;
     out.width.offset += op.pad_left + op.pad_right - kw + 1;
     return SetOutput(node, std::move(op), out);
+  }
+
+  // Turns a Conv read with integer filter and bias into a quantised one:
+  // filter scale per output channel (or one), bias scale equal to the float
+  // product of the input's and the filter's, and an accumulator that cannot
+  // leave 32 bits.
+  bool QuantizeConv(const std::vector<float>& filter_scale,
+                    const std::vector<float>& bias_scale, Op* op) {
+    const int64_t out_c = static_cast<int64_t>(op->bias.size());
+    const size_t per_channel = op->filter.size() / static_cast<size_t>(out_c);
+    const float in_scale = scale_.at(op->inputs[0]);
+    op->kind = OpKind::kQConv;
+    op->qfilter.assign(op->filter.begin(), op->filter.end());
+    op->qbias.assign(op->bias.begin(), op->bias.end());
+    op->scales.resize(static_cast<size_t>(out_c));
+    for (int64_t o = 0; o < out_c; ++o) {
+      const float ws = filter_scale[filter_scale.size() == 1 ? 0 : o];
+      op->scales[o] = in_scale * ws;
+      if (!bias_scale.empty() && bias_scale[bias_scale.size() == 1 ? 0 : o] != op->scales[o]) {
+        std::ostringstream m;
+        m << where_ << ": bias scale " << bias_scale[bias_scale.size() == 1 ? 0 : o] << " of output channel " << o
+          << " is not input scale x filter scale (" << op->scales[o] << ")";
+        return Fail(m.str());
+      }
+      if (!(op->scales[o] > 0.0f) || std::isinf(op->scales[o])) {
+        return Fail(where_ + ": the product of the input and filter scales is not a positive float");
+      }
+      int64_t bound = std::abs(int64_t{op->qbias[o]});
+      for (size_t k = 0; k < per_channel; ++k) bound += 2 * 255 * std::abs(int64_t{op->qfilter[o * per_channel + k]});
+      if (bound > INT32_MAX) return Fail(where_ + ": the accumulator of output channel " + std::to_string(o) +
+                                         " could leave 32 bits");
+    }
+    op->filter.clear();
+    op->bias.clear();
+    op->bias.shrink_to_fit();
+    return true;
+  }
+
+  // Scale and zero point of a QuantizeLinear or DequantizeLinear on an
+  // activation: one positive float scale, one uint8 zero point (0 if absent).
+  bool QuantParams(const onnx::NodeProto& node, float* scale, int32_t* zero_point) {
+    if (!HasInput(node, 1)) return Fail(where_ + ": no scale");
+    if (!ScalarInput(node, 1, "scale", scale)) return false;
+    if (!(*scale > 0.0f) || std::isinf(*scale)) return Fail(where_ + ": the scale must be a positive float");
+    *zero_point = 0;
+    if (HasInput(node, 2)) {
+      auto it = constants_.find(node.input(2));
+      if (it == constants_.end()) return Fail(where_ + ": the zero point must be a constant");
+      std::vector<int64_t> zp;
+      std::string why;
+      if (!ReadInts(*it->second, onnx::TensorProto::UINT8, &zp, &why)) {
+        return Fail(where_ + ": zero point '" + node.input(2) + "' " + why + " (only uint8 activations are supported)");
+      }
+      if (zp.size() != 1) return Fail(where_ + ": the zero point must be a single value");
+      *zero_point = static_cast<int32_t>(zp[0]);
+    }
+    return true;
+  }
+
+  bool ImportQuantize(const onnx::NodeProto& node) {
+    int x;
+    if (!ActivationInput(node, 0, &x)) return false;
+    Op op;
+    op.kind = OpKind::kQuantize;
+    op.inputs = {x};
+    int32_t zp;
+    if (!QuantParams(node, &op.scale, &zp)) return false;
+    Activation out = Act(x);
+    out.quantized = true;
+    out.zero_point = zp;
+    op.node = where_;
+    g_->activations.push_back(out);
+    op.output = static_cast<int>(g_->activations.size()) - 1;
+    quantized_[node.output(0)] = op.output;
+    scale_[op.output] = op.scale;
+    g_->ops.push_back(std::move(op));
+    return true;
+  }
+
+  // On a quantised activation: the same activation, read by quantised Convs.
+  // On a constant: an integer filter or bias for the Conv that reads it.
+  bool ImportDequantize(const onnx::NodeProto& node) {
+    const std::string& from = node.input_size() > 0 ? node.input(0) : std::string();
+    if (auto q = quantized_.find(from); q != quantized_.end()) {
+      float scale;
+      int32_t zp;
+      if (!QuantParams(node, &scale, &zp)) return false;
+      if (scale != scale_[q->second] || zp != Act(q->second).zero_point) {
+        return Fail(where_ + ": scale and zero point differ from those of the QuantizeLinear it reads");
+      }
+      activations_[node.output(0)] = q->second;
+      return true;
+    }
+    if (constants_.count(from)) {
+      dequantized_[node.output(0)] = {node, where_};
+      return true;
+    }
+    int unused;
+    return ActivationInput(node, 0, &unused) &&
+           Fail(where_ + ": dequantises a tensor that no QuantizeLinear wrote");
+  }
+
+  // Reads a constant dequantised with zero point 0 and a scale that is one
+  // value or one per entry of axis 0.
+  bool Dequantized(const std::string& name, int type, const char* role, std::vector<int64_t>* dims,
+                   std::vector<int64_t>* values, std::vector<float>* scales) {
+    const auto& [dq, at] = dequantized_.at(name);
+    const onnx::TensorProto& data = *constants_.at(dq.input(0));
+    std::string why;
+    if (!ReadInts(data, type, values, &why)) return Fail(at + ": " + role + " '" + dq.input(0) + "' " + why);
+    dims->assign(data.dims().begin(), data.dims().end());
+    std::vector<int64_t> sdims;
+    const std::string saved = where_;
+    where_ = at;
+    const bool ok = HasInput(dq, 1) && ConstantInput(dq, 1, "scale", &sdims, scales);
+    where_ = saved;
+    if (!ok) return HasInput(dq, 1) ? false : Fail(at + ": no scale");
+    const int64_t axis = IntAttribute(dq, "axis", 1);
+    const int64_t first = dims->empty() ? 1 : (*dims)[0];
+    if (scales->size() != 1 && !(axis == 0 && static_cast<int64_t>(scales->size()) == first)) {
+      return Fail(at + ": " + role + " scale must be one value or one per output channel (axis 0)");
+    }
+    for (float v : *scales) {
+      if (!(v > 0.0f) || std::isinf(v)) return Fail(at + ": " + role + " scales must be positive floats");
+    }
+    if (HasInput(dq, 2)) {
+      auto it = constants_.find(dq.input(2));
+      std::vector<int64_t> zp;
+      if (it == constants_.end() || !ReadInts(*it->second, type, &zp, &why)) {
+        return Fail(at + ": " + role + " zero point must be a constant of the data's type");
+      }
+      for (int64_t z : zp) {
+        if (z != 0) return Fail(at + ": " + role + " zero point must be 0 (symmetric)");
+      }
+    }
+    return true;
   }
 
   bool ImportRelu(const onnx::NodeProto& node) { return ImportClamp(node, 0.0f, kInf); }
@@ -587,6 +811,13 @@ class Importer {
   std::unordered_map<std::string, const onnx::TensorProto*> constants_;
   std::unordered_map<std::string, int> activations_;
   std::vector<int> crd_;  // DepthToSpace ops whose producer needs reordering
+  std::unordered_map<std::string, int> quantized_;  // QuantizeLinear outputs: their byte activation
+  std::unordered_map<int, float> scale_;            // byte activation -> its scale
+  struct Dequantize {
+    onnx::NodeProto node;
+    std::string where;
+  };
+  std::unordered_map<std::string, Dequantize> dequantized_;  // DequantizeLinear of constants
 };
 
 }  // namespace

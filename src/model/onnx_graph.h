@@ -25,6 +25,10 @@ struct Activation {
   int64_t channels = 0;
   Extent height;
   Extent width;
+  // Bytes with a zero point instead of floats: what QuantizeLinear writes
+  // and only a quantised convolution reads.
+  bool quantized = false;
+  int32_t zero_point = 0;
 };
 
 enum class OpKind {
@@ -35,6 +39,8 @@ enum class OpKind {
   kMul,           // likewise
   kDepthToSpace,  // DCR order; CRD is rewritten into it at import
   kResizeBilinear,
+  kQuantize,  // float -> bytes: clamp(rne(x / scale) + zero point, 0, 255)
+  kQConv,     // bytes -> float: float(accumulator) * bias scale
 };
 
 // Where an output sample of a bilinear 2x resize reads the input.
@@ -62,6 +68,18 @@ struct Op {
   int64_t block = 0;
   // kResizeBilinear.
   ResizeCoords coords = ResizeCoords::kHalfPixel;
+
+  // kQuantize: the scale (the zero point is the output activation's).
+  float scale = 1.0f;
+  // kQConv: int8 filter [out][kh][kw][in] with zero point 0, int32 bias, and
+  // per output channel the bias scale, which must be the float product of the
+  // input's scale and the filter's. The accumulator is
+  //   bias_q + sum of qfilter * (input - input zero point),
+  // exact in 32 bits (the importer checks the bound); the output is
+  // float(accumulator) * scales[o], one rounding.
+  std::vector<int8_t> qfilter;
+  std::vector<int32_t> qbias;
+  std::vector<float> scales;
 };
 
 struct Graph {

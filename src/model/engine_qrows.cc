@@ -1,0 +1,289 @@
+// Quantised row functions of the network engine. Every result is integer
+// arithmetic or a single correctly rounded float operation, so each target
+// writes the same bytes; only how the multiply-accumulates are grouped
+// differs: byte dot products where the CPU has them (AVX-512 VNNI), 16-bit
+// pairwise products on the other x86 targets, 32-bit products elsewhere.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "src/model/engine_qrows.cc"
+// The dot-product target is opt-in in this Highway; only this file needs it.
+#ifndef HWY_WANT_AVX3_DL
+#define HWY_WANT_AVX3_DL
+#endif
+#include <hwy/foreach_target.h>  // IWYU pragma: keep
+#include <hwy/highway.h>
+
+#include <algorithm>
+
+#include "src/model/engine_rows.h"
+
+HWY_BEFORE_NAMESPACE();
+// This Highway's dot-product target does not enable the VNNI instructions
+// its CPUs all have.
+#if HWY_TARGET == HWY_AVX3_DL
+#if HWY_COMPILER_CLANG
+#pragma clang attribute push(__attribute__((target("avx512vnni"))), apply_to = function)
+#else
+#pragma GCC target("avx512vnni")
+#endif
+#endif
+namespace vorlith::model::rows {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+using DI = hn::ScalableTag<int32_t>;
+using DU = hn::RebindToUnsigned<DI>;
+using DF = hn::RebindToFloat<DI>;
+using VI = hn::Vec<DI>;
+using VF = hn::Vec<DF>;
+
+#if HWY_TARGET == HWY_AVX2 || HWY_TARGET == HWY_SSE4 || HWY_TARGET == HWY_SSSE3 || \
+    HWY_TARGET == HWY_EMU128 || HWY_TARGET == HWY_SCALAR
+constexpr int kAccumulators = 12;  // 16 vector registers
+#else
+constexpr int kAccumulators = 16;  // 32 vector registers
+#endif
+constexpr int kBlock = kAccumulators / kGroup;
+
+// Round half to even of |t| < 2^22: adding 1.5 * 2^23 leaves the rounded
+// integer in the low mantissa bits. Highway's portable NearestInt does not
+// round every tie to even, so this one is used on every target.
+HWY_INLINE VI RoundEven(VF t) {
+  const DF df;
+  const DI di;
+  const VF magic = hn::Set(df, 12582912.0f);
+  return hn::Sub(hn::BitCast(di, hn::Add(t, magic)), hn::BitCast(di, magic));
+}
+
+// clamp(rne(v / scale) + zero_point, 0, 255) for finite or NaN v; the clamp
+// to +-512 first keeps the rounding in range without changing any result.
+HWY_INLINE VI Requantize(VF v, VF scale, VI zero_point) {
+  const DF df;
+  const DI di;
+  VF t = hn::Div(v, scale);
+  t = hn::IfThenElseZero(hn::Eq(t, t), t);
+  t = hn::Min(hn::Max(t, hn::Set(df, -512.0f)), hn::Set(df, 512.0f));
+  const VI q = hn::Add(RoundEven(t), zero_point);
+  return hn::Min(hn::Max(q, hn::Zero(di)), hn::Set(di, 255));
+}
+
+void QuantizeRow(const float* in, int64_t in_stride, int64_t channels, uint32_t* out, int64_t out_stride,
+                 int64_t width, float scale, int32_t zero_point) {
+  const DF df;
+  const DI di;
+  const DU du;
+  const int64_t n = static_cast<int64_t>(hn::Lanes(df));
+  const VF s = hn::Set(df, scale);
+  const VI zp = hn::Set(di, zero_point);
+  for (int64_t c0 = 0; c0 < channels; c0 += 4) {
+    for (int64_t x = 0; x < width; x += n) {
+      VI q = hn::Zero(di);
+      for (int64_t j = 0; j < 4 && c0 + j < channels; ++j) {
+        const VI b = Requantize(hn::LoadU(df, in + (c0 + j) * in_stride + x), s, zp);
+        q = hn::Or(q, j == 0 ? b : j == 1 ? hn::ShiftLeft<8>(b) : j == 2 ? hn::ShiftLeft<16>(b) : hn::ShiftLeft<24>(b));
+      }
+      hn::StoreU(hn::BitCast(du, q), du, out + (c0 / 4) * out_stride + x);
+    }
+  }
+}
+
+// One multiply-accumulate step: each 32-bit lane of `a` holds four unsigned
+// bytes (four channels of one pixel); w points at a packed entry.
+struct Slot {
+#if HWY_TARGET == HWY_AVX3_DL
+  VI bytes;
+  HWY_INLINE explicit Slot(VI a) : bytes(a) {}
+  HWY_INLINE VI Dot(VI acc, const int32_t* w) const {
+    return VI{_mm512_dpbusd_epi32(acc.raw, bytes.raw, _mm512_set1_epi32(w[0]))};
+  }
+#elif HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX2 || HWY_TARGET == HWY_SSE4
+  // Even and odd bytes as 16-bit lanes; vpmaddwd sums each pair exactly.
+  VI even, odd;
+  HWY_INLINE explicit Slot(VI a) {
+    const hn::Repartition<uint16_t, DI> d16;
+    const auto a16 = hn::BitCast(d16, a);
+    even = hn::BitCast(DI(), hn::And(a16, hn::Set(d16, 0x00FF)));
+    odd = hn::BitCast(DI(), hn::ShiftRight<8>(a16));
+  }
+  HWY_INLINE VI Dot(VI acc, const int32_t* w) const {
+#if HWY_TARGET == HWY_AVX3
+    const VI lo{_mm512_madd_epi16(even.raw, _mm512_set1_epi32(w[1]))};
+    const VI hi{_mm512_madd_epi16(odd.raw, _mm512_set1_epi32(w[2]))};
+#elif HWY_TARGET == HWY_AVX2
+    const VI lo{_mm256_madd_epi16(even.raw, _mm256_set1_epi32(w[1]))};
+    const VI hi{_mm256_madd_epi16(odd.raw, _mm256_set1_epi32(w[2]))};
+#else
+    const VI lo{_mm_madd_epi16(even.raw, _mm_set1_epi32(w[1]))};
+    const VI hi{_mm_madd_epi16(odd.raw, _mm_set1_epi32(w[2]))};
+#endif
+    return hn::Add(acc, hn::Add(lo, hi));
+  }
+#else
+  // Portable: each byte as a 32-bit lane, four 32-bit multiply-adds.
+  VI b0, b1, b2, b3;
+  HWY_INLINE explicit Slot(VI a) {
+    const DU du;
+    const DI di;
+    const auto u = hn::BitCast(du, a);
+    const auto mask = hn::Set(du, 0xFF);
+    b0 = hn::BitCast(di, hn::And(u, mask));
+    b1 = hn::BitCast(di, hn::And(hn::ShiftRight<8>(u), mask));
+    b2 = hn::BitCast(di, hn::And(hn::ShiftRight<16>(u), mask));
+    b3 = hn::BitCast(di, hn::ShiftRight<24>(u));
+  }
+  HWY_INLINE VI Dot(VI acc, const int32_t* w) const {
+    const DI di;
+    acc = hn::Add(acc, hn::Mul(b0, hn::Set(di, w[3])));
+    acc = hn::Add(acc, hn::Mul(b1, hn::Set(di, w[4])));
+    acc = hn::Add(acc, hn::Mul(b2, hn::Set(di, w[5])));
+    return hn::Add(acc, hn::Mul(b3, hn::Set(di, w[6])));
+  }
+#endif
+};
+
+#define VL_FOR_B(M, g) M(g, 0) M(g, 1) M(g, 2) M(g, 3)
+#define VL_FOR_GB(M) VL_FOR_B(M, 0) VL_FOR_B(M, 1) VL_FOR_B(M, 2) VL_FOR_B(M, 3)
+#define VL_FOR_V(M) M(0) M(1) M(2) M(3)
+static_assert(kBlock <= 4 && kGroup == 4, "the macros above name 4 x 4 accumulators");
+
+// Output channels co .. co+3 at columns x .. x + B vectors.
+template <int B, int K>
+HWY_INLINE void QConvBlock(const QConvRow& a, const int32_t* HWY_RESTRICT w, int64_t co, int64_t x) {
+  const DI di;
+  const DF df;
+  const int64_t n = static_cast<int64_t>(hn::Lanes(di));
+  const int64_t kw = K > 0 ? K : a.kernel_w;
+#define VL_DECLARE(g, b) VI acc##g##b = hn::Set(di, a.bias[co + g]);
+  VL_FOR_GB(VL_DECLARE)
+#undef VL_DECLARE
+  for (int64_t ci = 0; ci < a.in_groups; ++ci) {
+    for (int64_t ky = 0; ky < a.kernel_h; ++ky) {
+      const int32_t* HWY_RESTRICT r =
+          reinterpret_cast<const int32_t*>(a.in[ky]) + ci * a.in_stride + x - a.pad_left;
+      for (int64_t kx = 0; kx < kw; ++kx, w += kGroup * kQEntry) {
+#define VL_LOAD(b) const Slot s##b(b < B ? hn::LoadU(di, r + kx + b * n) : hn::Zero(di));
+        VL_FOR_V(VL_LOAD)
+#undef VL_LOAD
+#define VL_DOT(g, b) \
+  if constexpr (b < B) acc##g##b = s##b.Dot(acc##g##b, w + g * kQEntry);
+        VL_FOR_GB(VL_DOT)
+#undef VL_DOT
+      }
+    }
+  }
+  const VF zero = hn::Zero(df);
+  const VF out_scale = hn::Set(df, a.out_scale);
+  const VI out_zp = hn::Set(di, a.out_zero_point);
+  // Dequantise (one product), PReLU (one product), requantise.
+#define VL_VALUE(g, b)                                                                    \
+  VF v##g##b = hn::Zero(df);                                                              \
+  if constexpr (b < B) {                                                                  \
+    v##g##b = hn::Mul(hn::ConvertTo(df, acc##g##b), hn::Set(df, a.scale[co + g]));        \
+    if (a.slope != nullptr) {                                                             \
+      v##g##b = hn::IfThenElse(hn::Lt(v##g##b, zero), hn::Mul(v##g##b, hn::Set(df, a.slope[co + g])), v##g##b); \
+    }                                                                                     \
+  }
+  VL_FOR_GB(VL_VALUE)
+#undef VL_VALUE
+  if (a.quantize) {
+    const DU du;
+    uint32_t* out = static_cast<uint32_t*>(a.out) + (co / kGroup) * a.out_stride + x;
+#define VL_PACK(b)                                                                          \
+  if constexpr (b < B) {                                                                    \
+    const VI q = hn::Or(hn::Or(Requantize(v0##b, out_scale, out_zp),                        \
+                               hn::ShiftLeft<8>(Requantize(v1##b, out_scale, out_zp))),     \
+                        hn::Or(hn::ShiftLeft<16>(Requantize(v2##b, out_scale, out_zp)),     \
+                               hn::ShiftLeft<24>(Requantize(v3##b, out_scale, out_zp))));   \
+    hn::StoreU(hn::BitCast(du, q), du, out + b * n);                                        \
+  }
+    VL_FOR_V(VL_PACK)
+#undef VL_PACK
+  } else {
+    float* out = static_cast<float*>(a.out);
+#define VL_STORE(g, b) \
+  if (b < B && co + g < a.out_channels) hn::StoreU(v##g##b, df, out + (co + g) * a.out_stride + x + b * n);
+    VL_FOR_GB(VL_STORE)
+#undef VL_STORE
+  }
+}
+
+template <int B, int K>
+HWY_INLINE void QConvColumns(const QConvRow& a, int64_t x) {
+  const int64_t group_ints = a.in_groups * a.kernel_h * a.kernel_w * kGroup * kQEntry;
+  for (int64_t co = 0; co < a.out_channels; co += kGroup) {
+    QConvBlock<B, K>(a, a.weights + (co / kGroup) * group_ints, co, x);
+  }
+}
+
+template <int K>
+HWY_INLINE void QConvolveWith(const QConvRow& a) {
+  const int64_t n = static_cast<int64_t>(hn::Lanes(DI()));
+  const int64_t end = (a.width + n - 1) / n * n;
+  int64_t x = 0;
+  for (; x + kBlock * n <= end; x += kBlock * n) QConvColumns<kBlock, K>(a, x);
+  for (; x < end; x += n) QConvColumns<1, K>(a, x);
+}
+
+void QConvolve(const QConvRow& a) {
+  if (a.kernel_w == 3) {
+    QConvolveWith<3>(a);
+  } else {
+    QConvolveWith<0>(a);
+  }
+}
+
+#undef VL_FOR_B
+#undef VL_FOR_GB
+#undef VL_FOR_V
+
+int64_t QConvolveTarget() { return HWY_TARGET; }
+
+}  // namespace HWY_NAMESPACE
+}  // namespace vorlith::model::rows
+#if HWY_TARGET == HWY_AVX3_DL && HWY_COMPILER_CLANG
+#pragma clang attribute pop
+#endif
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace vorlith::model::rows {
+
+HWY_EXPORT(QuantizeRow);
+HWY_EXPORT(QConvolve);
+HWY_EXPORT(QConvolveTarget);
+int64_t QConvolveTarget() { return HWY_DYNAMIC_DISPATCH(QConvolveTarget)(); }
+
+std::vector<int32_t> PackQConvWeights(const std::vector<int8_t>& filter, int64_t out_channels,
+                                      int64_t in_channels, int64_t kernel_h, int64_t kernel_w) {
+  const int64_t out_groups = (out_channels + kGroup - 1) / kGroup;
+  const int64_t in_groups = (in_channels + 3) / 4;
+  const int64_t taps = kernel_h * kernel_w;
+  std::vector<int32_t> packed(static_cast<size_t>(out_groups * in_groups * taps * kGroup * kQEntry), 0);
+  for (int64_t o = 0; o < out_channels; ++o) {
+    for (int64_t gi = 0; gi < in_groups; ++gi) {
+      for (int64_t t = 0; t < taps; ++t) {
+        int32_t w[4] = {0, 0, 0, 0};
+        for (int64_t j = 0; j < 4 && gi * 4 + j < in_channels; ++j) {
+          w[j] = filter[static_cast<size_t>((o * taps + t) * in_channels + gi * 4 + j)];
+        }
+        int32_t* e = &packed[static_cast<size_t>(((((o / kGroup) * in_groups + gi) * taps + t) * kGroup + o % kGroup) *
+                                                 kQEntry)];
+        const auto u8 = [](int32_t v) { return static_cast<uint32_t>(v) & 0xFFu; };
+        const auto u16 = [](int32_t v) { return static_cast<uint32_t>(v) & 0xFFFFu; };
+        e[0] = static_cast<int32_t>(u8(w[0]) | u8(w[1]) << 8 | u8(w[2]) << 16 | u8(w[3]) << 24);
+        e[1] = static_cast<int32_t>(u16(w[0]) | u16(w[2]) << 16);
+        e[2] = static_cast<int32_t>(u16(w[1]) | u16(w[3]) << 16);
+        std::copy_n(w, 4, e + 3);
+      }
+    }
+  }
+  return packed;
+}
+
+void QuantizeRow(const float* in, int64_t in_stride, int64_t channels, uint32_t* out, int64_t out_stride,
+                 int64_t width, float scale, int32_t zero_point) {
+  HWY_DYNAMIC_DISPATCH(QuantizeRow)(in, in_stride, channels, out, out_stride, width, scale, zero_point);
+}
+void QConvolve(const QConvRow& args) { HWY_DYNAMIC_DISPATCH(QConvolve)(args); }
+
+}  // namespace vorlith::model::rows
+#endif  // HWY_ONCE
