@@ -45,28 +45,39 @@ _tagVideoData Record(VLPixelBufferRef frame, Frame f) {
 }
 
 // Multiply-accumulates of the convolutions of a shipped network for one
-// h x w input, from its graph.
-double NetworkMacs(const char* file, int h, int w) {
+// h x w input, from its graph, and whether they are byte (quantised) ones.
+struct Macs {
+  double count = 0.0;
+  bool bytes = false;
+};
+Macs NetworkMacs(const char* file, int h, int w) {
   vorlith::model::Graph g;
   std::string error;
-  if (!vorlith::model::ImportOnnx(std::string(VORLITH_BENCH_MODELS) + "/" + file, &g, &error)) return 0.0;
-  double macs = 0.0;
+  Macs macs;
+  if (!vorlith::model::ImportOnnx(std::string(VORLITH_BENCH_MODELS) + "/" + file, &g, &error)) return macs;
   for (const vorlith::model::Op& op : g.ops) {
-    if (op.kind != vorlith::model::OpKind::kConv) continue;
+    const bool bytes = op.kind == vorlith::model::OpKind::kQConv;
+    if (op.kind != vorlith::model::OpKind::kConv && !bytes) continue;
     const vorlith::model::Activation& out = g.activations[op.output];
-    macs += static_cast<double>(op.filter.size()) * out.height.At(h) * out.width.At(w);
+    macs.count += static_cast<double>(bytes ? op.qfilter.size() : op.filter.size()) * out.height.At(h) *
+                  out.width.At(w);
+    macs.bytes = macs.bytes || bytes;
   }
   return macs;
 }
 
 // Throughput counters: multiply-accumulates per second and their share of
-// the machine's FMA peak on the same number of threads.
-void ReportShareOfPeak(benchmark::State& state, double macs_per_frame, double seconds, int threads) {
+// the machine's peak on the same number of threads: the FMA peak for float
+// networks, the byte dot-product peak for quantised ones. Both peaks are
+// reported so that a table can set them side by side.
+void ReportShareOfPeak(benchmark::State& state, Macs macs, double seconds, int threads) {
   if (state.iterations() == 0 || seconds <= 0.0) return;
-  const double rate = macs_per_frame * static_cast<double>(state.iterations()) / seconds;
+  const double rate = macs.count * static_cast<double>(state.iterations()) / seconds;
+  const double fma = vorlith::bench::FmaPeak(threads), dot = vorlith::bench::DotPeak(threads);
   state.counters["GMAC/s"] = rate * 1e-9;
-  state.counters["peak_GMAC/s"] = vorlith::bench::FmaPeak(threads) * 1e-9;
-  state.counters["share_of_peak"] = rate / vorlith::bench::FmaPeak(threads);
+  state.counters["peak_GMAC/s"] = fma * 1e-9;
+  state.counters["int8_peak_GMAC/s"] = dot * 1e-9;
+  state.counters["share_of_peak"] = rate / (macs.bytes ? dot : fma);
 }
 
 double Seconds(std::chrono::steady_clock::time_point a, std::chrono::steady_clock::time_point b) {

@@ -93,7 +93,12 @@ struct Slot {
   VI bytes;
   HWY_INLINE explicit Slot(VI a) : bytes(a) {}
   HWY_INLINE VI Dot(VI acc, const int32_t* w) const {
-    return VI{_mm512_dpbusd_epi32(acc.raw, bytes.raw, _mm512_set1_epi32(w[0]))};
+    // GCC copies the accumulator around the intrinsic's tied operand on
+    // every step; the instruction itself, with the weight broadcast from
+    // memory, keeps it in place.
+    __m512i r = acc.raw;
+    asm("vpdpbusd %2%{1to16%}, %1, %0" : "+v"(r) : "v"(bytes.raw), "m"(*w));
+    return VI{r};
   }
 #elif HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX2 || HWY_TARGET == HWY_SSE4
   // Even and odd bytes as 16-bit lanes; vpmaddwd sums each pair exactly.
