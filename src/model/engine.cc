@@ -129,6 +129,7 @@ struct Step {
   // bias less the input zero point times the filter's sum, the bias scale
   // and a folded PReLU's slope; a folded QuantizeLinear's parameters.
   std::vector<int32_t> qweights, qbias;
+  int64_t qweight_entries = 0;
   std::vector<float> qscale, qslope;
   bool quantize = false;
   float out_scale = 1.0f;
@@ -290,6 +291,7 @@ class Engine final : public Network {
     const int64_t out_c = static_cast<int64_t>(op.qbias.size());
     const int64_t padded = (out_c + rows::kGroup - 1) / rows::kGroup * rows::kGroup;
     s->qweights = rows::PackQConvWeights(op.qfilter, out_c, in.channels, op.kernel_h, op.kernel_w);
+    s->qweight_entries = rows::QConvWeightEntries(out_c, in.channels, op.kernel_h, op.kernel_w);
     s->qbias.assign(static_cast<size_t>(padded), 0);
     s->qscale.assign(static_cast<size_t>(padded), 0.0f);
     const size_t per_channel = op.qfilter.size() / static_cast<size_t>(out_c);
@@ -545,6 +547,7 @@ class Engine final : public Network {
         a.kernel_w = op.kernel_w;
         a.pad_left = op.pad_left;
         a.weights = s.qweights.data();
+        a.weight_entries = s.qweight_entries;
         a.bias = s.qbias.data();
         a.scale = s.qscale.data();
         a.slope = s.qslope.empty() ? nullptr : s.qslope.data();

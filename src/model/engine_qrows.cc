@@ -90,6 +90,7 @@ void QuantizeRow(const float* in, int64_t in_stride, int64_t channels, uint32_t*
 // bytes (four channels of one pixel); w points at a packed entry.
 struct Slot {
 #if HWY_TARGET == HWY_AVX3_DL
+  static constexpr int64_t kSection = 0, kInts = 1;  // packed bytes
   VI bytes;
   HWY_INLINE explicit Slot(VI a) : bytes(a) {}
   HWY_INLINE VI Dot(VI acc, const int32_t* w) const {
@@ -97,11 +98,12 @@ struct Slot {
     // every step; the instruction itself, with the weight broadcast from
     // memory, keeps it in place.
     __m512i r = acc.raw;
-    asm("vpdpbusd %2%{1to16%}, %1, %0" : "+v"(r) : "v"(bytes.raw), "m"(*w));
+    asm("vpdpbusd %2%{1to16%}, %1, %0" : "+v"(r) : "v"(bytes.raw), "m"(w[0]));
     return VI{r};
   }
 #elif HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX2 || HWY_TARGET == HWY_SSE4
   // Even and odd bytes as 16-bit lanes; vpmaddwd sums each pair exactly.
+  static constexpr int64_t kSection = 1, kInts = 2;  // (w0, w2), (w1, w3)
   VI even, odd;
   HWY_INLINE explicit Slot(VI a) {
     const hn::Repartition<uint16_t, DI> d16;
@@ -111,19 +113,20 @@ struct Slot {
   }
   HWY_INLINE VI Dot(VI acc, const int32_t* w) const {
 #if HWY_TARGET == HWY_AVX3
-    const VI lo{_mm512_madd_epi16(even.raw, _mm512_set1_epi32(w[1]))};
-    const VI hi{_mm512_madd_epi16(odd.raw, _mm512_set1_epi32(w[2]))};
+    const VI lo{_mm512_madd_epi16(even.raw, _mm512_set1_epi32(w[0]))};
+    const VI hi{_mm512_madd_epi16(odd.raw, _mm512_set1_epi32(w[1]))};
 #elif HWY_TARGET == HWY_AVX2
-    const VI lo{_mm256_madd_epi16(even.raw, _mm256_set1_epi32(w[1]))};
-    const VI hi{_mm256_madd_epi16(odd.raw, _mm256_set1_epi32(w[2]))};
+    const VI lo{_mm256_madd_epi16(even.raw, _mm256_set1_epi32(w[0]))};
+    const VI hi{_mm256_madd_epi16(odd.raw, _mm256_set1_epi32(w[1]))};
 #else
-    const VI lo{_mm_madd_epi16(even.raw, _mm_set1_epi32(w[1]))};
-    const VI hi{_mm_madd_epi16(odd.raw, _mm_set1_epi32(w[2]))};
+    const VI lo{_mm_madd_epi16(even.raw, _mm_set1_epi32(w[0]))};
+    const VI hi{_mm_madd_epi16(odd.raw, _mm_set1_epi32(w[1]))};
 #endif
     return hn::Add(acc, hn::Add(lo, hi));
   }
 #else
   // Portable: each byte as a 32-bit lane, four 32-bit multiply-adds.
+  static constexpr int64_t kSection = 3, kInts = 4;  // w0, w1, w2, w3
   VI b0, b1, b2, b3;
   HWY_INLINE explicit Slot(VI a) {
     const DU du;
@@ -137,10 +140,10 @@ struct Slot {
   }
   HWY_INLINE VI Dot(VI acc, const int32_t* w) const {
     const DI di;
-    acc = hn::Add(acc, hn::Mul(b0, hn::Set(di, w[3])));
-    acc = hn::Add(acc, hn::Mul(b1, hn::Set(di, w[4])));
-    acc = hn::Add(acc, hn::Mul(b2, hn::Set(di, w[5])));
-    return hn::Add(acc, hn::Mul(b3, hn::Set(di, w[6])));
+    acc = hn::Add(acc, hn::Mul(b0, hn::Set(di, w[0])));
+    acc = hn::Add(acc, hn::Mul(b1, hn::Set(di, w[1])));
+    acc = hn::Add(acc, hn::Mul(b2, hn::Set(di, w[2])));
+    return hn::Add(acc, hn::Mul(b3, hn::Set(di, w[3])));
   }
 #endif
 };
@@ -164,12 +167,12 @@ HWY_INLINE void QConvBlock(const QConvRow& a, const int32_t* HWY_RESTRICT w, int
     for (int64_t ky = 0; ky < a.kernel_h; ++ky) {
       const int32_t* HWY_RESTRICT r =
           reinterpret_cast<const int32_t*>(a.in[ky]) + ci * a.in_stride + x - a.pad_left;
-      for (int64_t kx = 0; kx < kw; ++kx, w += kGroup * kQEntry) {
+      for (int64_t kx = 0; kx < kw; ++kx, w += kGroup * Slot::kInts) {
 #define VL_LOAD(b) const Slot s##b(b < B ? hn::LoadU(di, r + kx + b * n) : hn::Zero(di));
         VL_FOR_V(VL_LOAD)
 #undef VL_LOAD
 #define VL_DOT(g, b) \
-  if constexpr (b < B) acc##g##b = s##b.Dot(acc##g##b, w + g * kQEntry);
+  if constexpr (b < B) acc##g##b = s##b.Dot(acc##g##b, w + g * Slot::kInts);
         VL_FOR_GB(VL_DOT)
 #undef VL_DOT
       }
@@ -213,9 +216,10 @@ HWY_INLINE void QConvBlock(const QConvRow& a, const int32_t* HWY_RESTRICT w, int
 
 template <int B, int K>
 HWY_INLINE void QConvColumns(const QConvRow& a, int64_t x) {
-  const int64_t group_ints = a.in_groups * a.kernel_h * a.kernel_w * kGroup * kQEntry;
+  const int64_t group_ints = a.in_groups * a.kernel_h * a.kernel_w * kGroup * Slot::kInts;
+  const int32_t* section = a.weights + Slot::kSection * a.weight_entries;
   for (int64_t co = 0; co < a.out_channels; co += kGroup) {
-    QConvBlock<B, K>(a, a.weights + (co / kGroup) * group_ints, co, x);
+    QConvBlock<B, K>(a, section + (co / kGroup) * group_ints, co, x);
   }
 }
 
@@ -257,12 +261,19 @@ HWY_EXPORT(QConvolve);
 HWY_EXPORT(QConvolveTarget);
 int64_t QConvolveTarget() { return HWY_DYNAMIC_DISPATCH(QConvolveTarget)(); }
 
+int64_t QConvWeightEntries(int64_t out_channels, int64_t in_channels, int64_t kernel_h, int64_t kernel_w) {
+  return (out_channels + kGroup - 1) / kGroup * kGroup * ((in_channels + 3) / 4) * kernel_h * kernel_w;
+}
+
 std::vector<int32_t> PackQConvWeights(const std::vector<int8_t>& filter, int64_t out_channels,
                                       int64_t in_channels, int64_t kernel_h, int64_t kernel_w) {
-  const int64_t out_groups = (out_channels + kGroup - 1) / kGroup;
+  const int64_t entries = QConvWeightEntries(out_channels, in_channels, kernel_h, kernel_w);
   const int64_t in_groups = (in_channels + 3) / 4;
   const int64_t taps = kernel_h * kernel_w;
-  std::vector<int32_t> packed(static_cast<size_t>(out_groups * in_groups * taps * kGroup * kQEntry), 0);
+  std::vector<int32_t> packed(static_cast<size_t>(7 * entries), 0);  // 1 + 2 + 4 ints per entry
+  int32_t* bytes = packed.data();
+  int32_t* pairs = bytes + entries;
+  int32_t* ints = bytes + 3 * entries;
   for (int64_t o = 0; o < out_channels; ++o) {
     for (int64_t gi = 0; gi < in_groups; ++gi) {
       for (int64_t t = 0; t < taps; ++t) {
@@ -270,14 +281,13 @@ std::vector<int32_t> PackQConvWeights(const std::vector<int8_t>& filter, int64_t
         for (int64_t j = 0; j < 4 && gi * 4 + j < in_channels; ++j) {
           w[j] = filter[static_cast<size_t>((o * taps + t) * in_channels + gi * 4 + j)];
         }
-        int32_t* e = &packed[static_cast<size_t>(((((o / kGroup) * in_groups + gi) * taps + t) * kGroup + o % kGroup) *
-                                                 kQEntry)];
+        const int64_t e = (((o / kGroup) * in_groups + gi) * taps + t) * kGroup + o % kGroup;
         const auto u8 = [](int32_t v) { return static_cast<uint32_t>(v) & 0xFFu; };
         const auto u16 = [](int32_t v) { return static_cast<uint32_t>(v) & 0xFFFFu; };
-        e[0] = static_cast<int32_t>(u8(w[0]) | u8(w[1]) << 8 | u8(w[2]) << 16 | u8(w[3]) << 24);
-        e[1] = static_cast<int32_t>(u16(w[0]) | u16(w[2]) << 16);
-        e[2] = static_cast<int32_t>(u16(w[1]) | u16(w[3]) << 16);
-        std::copy_n(w, 4, e + 3);
+        bytes[e] = static_cast<int32_t>(u8(w[0]) | u8(w[1]) << 8 | u8(w[2]) << 16 | u8(w[3]) << 24);
+        pairs[2 * e] = static_cast<int32_t>(u16(w[0]) | u16(w[2]) << 16);
+        pairs[2 * e + 1] = static_cast<int32_t>(u16(w[1]) | u16(w[3]) << 16);
+        std::copy_n(w, 4, ints + 4 * e);
       }
     }
   }

@@ -77,14 +77,16 @@ void DepthToSpace(const float* in, int64_t in_stride, float* out, int64_t out_st
 // group a run of `stride` slots; padding and margins hold the zero point in
 // every byte, so padding contributes nothing to a sum over (x - zero point).
 
-// Per entry of PackQConvWeights: the four int8 weights of one pixel slot in
-// three forms, one for each kind of multiply-accumulate a target has.
-constexpr int64_t kQEntry = 8;  // packed bytes, two 16-bit pairs, four ints, one spare
-
-// Filter [out][kh][kw][in] (int8) -> groups of kGroup output channels, each
-// [in group][kh][kw][kGroup][kQEntry]; missing channels weigh zero.
+// Filter [out][kh][kw][in] (int8) -> the weights of each pixel slot (four
+// input channels) in three forms, one per kind of multiply-accumulate a
+// target has, each a section of its own so that a target reads only its
+// form: packed bytes (1 int), two 16-bit pairs (2 ints), four ints. Within a
+// section: groups of kGroup output channels, each [in group][kh][kw][kGroup];
+// missing channels weigh zero. The entry count per form is
+// QConvWeightEntries().
 std::vector<int32_t> PackQConvWeights(const std::vector<int8_t>& filter, int64_t out_channels,
                                       int64_t in_channels, int64_t kernel_h, int64_t kernel_w);
+int64_t QConvWeightEntries(int64_t out_channels, int64_t in_channels, int64_t kernel_h, int64_t kernel_w);
 
 // out = clamp(rne(x / scale) + zero_point, 0, 255) for every channel of a
 // float row (x / scale one float division, NaN counted as 0), into a byte row;
@@ -97,6 +99,7 @@ struct QConvRow {
   int64_t in_stride = 0, in_groups = 0;
   int64_t kernel_h = 0, kernel_w = 0, pad_left = 0;
   const int32_t* weights = nullptr;  // PackQConvWeights
+  int64_t weight_entries = 0;        // QConvWeightEntries
   const int32_t* bias = nullptr;     // [groups * kGroup]: bias_q - input zero point * sum of weights
   const float* scale = nullptr;      // [groups * kGroup]: bias scale
   const float* slope = nullptr;      // PReLU slope [groups * kGroup], or null
