@@ -214,6 +214,9 @@ Graph QMixed(uint32_t seed) {
 // Heights and widths: single pixels, sizes below one vector, and widths
 // that end inside a column block or in the last vector of a row.
 constexpr int64_t kSizes[][2] = {{1, 1}, {2, 3}, {17, 9}, {9, 17}, {5, 70}, {3, 131}, {40, 33}};
+// The same boundaries in fewer pixels, for the quantised graphs, which the
+// aarch64 suite runs under emulation on four SVE targets.
+constexpr int64_t kQSizes[][2] = {{1, 1}, {2, 3}, {9, 17}, {5, 70}, {3, 131}};
 
 std::vector<float> Input(int64_t h, int64_t w, uint32_t seed) {
   std::mt19937 rng(seed);
@@ -271,8 +274,8 @@ TEST(Engine, MatchesTheReferenceOnEveryTargetSizeAndThreadCount) {
 // has it) and thread count.
 TEST(Engine, QuantisedGraphsAreExactOnEveryTargetSizeAndThreadCount) {
   const std::pair<const char*, Graph> cases[] = {
-      {"qchain1", QChain(1, 0, 11)}, {"qchain5", QChain(5, 1, 12)}, {"qchain12", QChain(12, 2, 13)},
-      {"qchain20", QChain(20, 1, 14)}, {"qmixed", QMixed(15)},
+      {"qchain1", QChain(1, 0, 11)}, {"qchain5", QChain(5, 1, 12)}, {"qchain12", QChain(12, 1, 13)},
+      {"qchain20", QChain(20, 0, 14)}, {"qmixed", QMixed(15)},
   };
   std::vector<float> special = Input(9, 17, 3);
   special[0] = std::nanf("");
@@ -285,15 +288,15 @@ TEST(Engine, QuantisedGraphsAreExactOnEveryTargetSizeAndThreadCount) {
     const Graph& graph = c.second;
     std::vector<std::vector<double>> expected;
     std::vector<std::vector<int64_t>> shapes;
-    for (const auto& [h, w] : kSizes) {
+    for (const auto& [h, w] : kQSizes) {
       shapes.emplace_back();
       const std::vector<float> in = h == 9 && w == 17 ? special : Input(h, w, uint32_t(h * 1000 + w));
       expected.push_back(oracle::RunGraph(graph, in, h, w, &shapes.back()));
     }
     const auto check = [&](int64_t) {
       auto one = Network::FromGraph(graph, 1), three = Network::FromGraph(graph, 3);
-      for (size_t s = 0; s < std::size(kSizes); ++s) {
-        const int64_t h = kSizes[s][0], w = kSizes[s][1];
+      for (size_t s = 0; s < std::size(kQSizes); ++s) {
+        const int64_t h = kQSizes[s][0], w = kQSizes[s][1];
         SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
         const std::vector<float> in = h == 9 && w == 17 ? special : Input(h, w, uint32_t(h * 1000 + w));
         std::vector<float> out1, out3;

@@ -128,7 +128,7 @@ struct Step {
   // kQConv: packed filter; per output channel, padded to whole groups, the
   // bias less the input zero point times the filter's sum, the bias scale
   // and a folded PReLU's slope; a folded QuantizeLinear's parameters.
-  std::vector<int32_t> qweights, qbias;
+  std::vector<int32_t> qweights, qbias, qbias_signed;
   int64_t qweight_entries = 0;
   std::vector<float> qscale, qslope;
   bool quantize = false;
@@ -293,6 +293,7 @@ class Engine final : public Network {
     s->qweights = rows::PackQConvWeights(op.qfilter, out_c, in.channels, op.kernel_h, op.kernel_w);
     s->qweight_entries = rows::QConvWeightEntries(out_c, in.channels, op.kernel_h, op.kernel_w);
     s->qbias.assign(static_cast<size_t>(padded), 0);
+    s->qbias_signed.assign(static_cast<size_t>(padded), 0);
     s->qscale.assign(static_cast<size_t>(padded), 0.0f);
     const size_t per_channel = op.qfilter.size() / static_cast<size_t>(out_c);
     for (int64_t o = 0; o < out_c; ++o) {
@@ -300,6 +301,7 @@ class Engine final : public Network {
       for (size_t k = 0; k < per_channel; ++k) sum += op.qfilter[o * per_channel + k];
       // The importer bounds |bias| + 2 * 255 * sum |w| to 32 bits.
       s->qbias[o] = static_cast<int32_t>(op.qbias[o] - int64_t{in.zero_point} * sum);
+      s->qbias_signed[o] = static_cast<int32_t>(op.qbias[o] - int64_t{in.zero_point - 128} * sum);
       s->qscale[o] = op.scales[o];
     }
     const auto only_consumer = [&](int value) -> int {
@@ -549,6 +551,7 @@ class Engine final : public Network {
         a.weights = s.qweights.data();
         a.weight_entries = s.qweight_entries;
         a.bias = s.qbias.data();
+        a.bias_signed = s.qbias_signed.data();
         a.scale = s.qscale.data();
         a.slope = s.qslope.empty() ? nullptr : s.qslope.data();
         a.quantize = s.quantize;

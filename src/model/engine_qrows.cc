@@ -16,14 +16,28 @@
 
 #include "src/model/engine_rows.h"
 
+#if HWY_ARCH_ARM_A64 && defined(__linux__) && !defined(VORLITH_QROWS_AUXV)
+#define VORLITH_QROWS_AUXV
+#include <asm/hwcap.h>
+#include <sys/auxv.h>
+#endif
+
 HWY_BEFORE_NAMESPACE();
 // This Highway's dot-product target does not enable the VNNI instructions
-// its CPUs all have.
-#if HWY_TARGET == HWY_AVX3_DL
+// its CPUs all have. On NEON the Armv8.2 dot product is enabled for the
+// whole target but only run when the CPU reports it; the other NEON code
+// here is intrinsics that do not change with it.
+#if HWY_TARGET == HWY_AVX3_DL || (HWY_TARGET == HWY_NEON && HWY_ARCH_ARM_A64)
 #if HWY_COMPILER_CLANG
+#if HWY_TARGET == HWY_AVX3_DL
 #pragma clang attribute push(__attribute__((target("avx512vnni"))), apply_to = function)
 #else
+#pragma clang attribute push(__attribute__((target("dotprod"))), apply_to = function)
+#endif
+#elif HWY_TARGET == HWY_AVX3_DL
 #pragma GCC target("avx512vnni")
+#else
+#pragma GCC target("arch=armv8.2-a+dotprod+crypto")
 #endif
 #endif
 namespace vorlith::model::rows {
@@ -86,32 +100,40 @@ void QuantizeRow(const float* in, int64_t in_stride, int64_t channels, uint32_t*
   }
 }
 
-// One multiply-accumulate step: each 32-bit lane of `a` holds four unsigned
-// bytes (four channels of one pixel); w points at a packed entry.
-struct Slot {
+// How one target multiplies the four bytes of each 32-bit lane (four
+// channels of one pixel) by four int8 weights and adds them to the lane: Lo
+// and Hi prepare a loaded vector once for every output channel that reads
+// it, Dot adds one weight entry's products. Static functions only: scalable
+// vectors (SVE) cannot be members.
 #if HWY_TARGET == HWY_AVX3_DL
-  static constexpr int64_t kSection = 0, kInts = 1;  // packed bytes
-  VI bytes;
-  HWY_INLINE explicit Slot(VI a) : bytes(a) {}
-  HWY_INLINE VI Dot(VI acc, const int32_t* w) const {
+struct Unsigned {  // vpdpbusd: unsigned bytes times signed bytes
+  static constexpr int64_t kSection = 0, kInts = 1;
+  static constexpr bool kSigned = false;
+  static HWY_INLINE VI Lo(VI a) { return a; }
+  static HWY_INLINE VI Hi(VI a) { return a; }
+  static HWY_INLINE VI Dot(VI acc, VI a, VI, const int32_t* w) {
     // GCC copies the accumulator around the intrinsic's tied operand on
     // every step; the instruction itself, with the weight broadcast from
     // memory, keeps it in place.
     __m512i r = acc.raw;
-    asm("vpdpbusd %2%{1to16%}, %1, %0" : "+v"(r) : "v"(bytes.raw), "m"(w[0]));
+    asm("vpdpbusd %2%{1to16%}, %1, %0" : "+v"(r) : "v"(a.raw), "m"(w[0]));
     return VI{r};
   }
+};
+using Dots = Unsigned;
 #elif HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX2 || HWY_TARGET == HWY_SSE4
-  // Even and odd bytes as 16-bit lanes; vpmaddwd sums each pair exactly.
+struct Pairs {  // even and odd bytes as 16-bit lanes; vpmaddwd sums each pair exactly
   static constexpr int64_t kSection = 1, kInts = 2;  // (w0, w2), (w1, w3)
-  VI even, odd;
-  HWY_INLINE explicit Slot(VI a) {
+  static constexpr bool kSigned = false;
+  static HWY_INLINE VI Lo(VI a) {
     const hn::Repartition<uint16_t, DI> d16;
-    const auto a16 = hn::BitCast(d16, a);
-    even = hn::BitCast(DI(), hn::And(a16, hn::Set(d16, 0x00FF)));
-    odd = hn::BitCast(DI(), hn::ShiftRight<8>(a16));
+    return hn::BitCast(DI(), hn::And(hn::BitCast(d16, a), hn::Set(d16, 0x00FF)));
   }
-  HWY_INLINE VI Dot(VI acc, const int32_t* w) const {
+  static HWY_INLINE VI Hi(VI a) {
+    const hn::Repartition<uint16_t, DI> d16;
+    return hn::BitCast(DI(), hn::ShiftRight<8>(hn::BitCast(d16, a)));
+  }
+  static HWY_INLINE VI Dot(VI acc, VI even, VI odd, const int32_t* w) {
 #if HWY_TARGET == HWY_AVX3
     const VI lo{_mm512_madd_epi16(even.raw, _mm512_set1_epi32(w[0]))};
     const VI hi{_mm512_madd_epi16(odd.raw, _mm512_set1_epi32(w[1]))};
@@ -124,29 +146,48 @@ struct Slot {
 #endif
     return hn::Add(acc, hn::Add(lo, hi));
   }
+};
+using Dots = Pairs;
 #else
-  // Portable: each byte as a 32-bit lane, four 32-bit multiply-adds.
+struct Portable {  // each byte as a 32-bit lane, four 32-bit multiply-adds
   static constexpr int64_t kSection = 3, kInts = 4;  // w0, w1, w2, w3
-  VI b0, b1, b2, b3;
-  HWY_INLINE explicit Slot(VI a) {
+  static constexpr bool kSigned = false;
+  static HWY_INLINE VI Lo(VI a) { return a; }
+  static HWY_INLINE VI Hi(VI a) { return a; }
+  static HWY_INLINE VI Dot(VI acc, VI a, VI, const int32_t* w) {
     const DU du;
     const DI di;
     const auto u = hn::BitCast(du, a);
     const auto mask = hn::Set(du, 0xFF);
-    b0 = hn::BitCast(di, hn::And(u, mask));
-    b1 = hn::BitCast(di, hn::And(hn::ShiftRight<8>(u), mask));
-    b2 = hn::BitCast(di, hn::And(hn::ShiftRight<16>(u), mask));
-    b3 = hn::BitCast(di, hn::ShiftRight<24>(u));
+    acc = hn::Add(acc, hn::Mul(hn::BitCast(di, hn::And(u, mask)), hn::Set(di, w[0])));
+    acc = hn::Add(acc, hn::Mul(hn::BitCast(di, hn::And(hn::ShiftRight<8>(u), mask)), hn::Set(di, w[1])));
+    acc = hn::Add(acc, hn::Mul(hn::BitCast(di, hn::And(hn::ShiftRight<16>(u), mask)), hn::Set(di, w[2])));
+    return hn::Add(acc, hn::Mul(hn::BitCast(di, hn::ShiftRight<24>(u)), hn::Set(di, w[3])));
   }
-  HWY_INLINE VI Dot(VI acc, const int32_t* w) const {
-    const DI di;
-    acc = hn::Add(acc, hn::Mul(b0, hn::Set(di, w[0])));
-    acc = hn::Add(acc, hn::Mul(b1, hn::Set(di, w[1])));
-    acc = hn::Add(acc, hn::Mul(b2, hn::Set(di, w[2])));
-    return hn::Add(acc, hn::Mul(b3, hn::Set(di, w[3])));
-  }
-#endif
 };
+using Dots = Portable;
+#endif
+
+#if (HWY_TARGET == HWY_NEON && HWY_ARCH_ARM_A64) || HWY_TARGET == HWY_SVE || HWY_TARGET == HWY_SVE2 || \
+    HWY_TARGET == HWY_SVE_256 || HWY_TARGET == HWY_SVE2_128
+#define VORLITH_SIGNED_DOTS 1
+// Signed dot products (Armv8.2 SDOT on NEON where the CPU has it, always on
+// SVE): the bytes flipped to signed (x - 128), which the caller's bias
+// makes up for (+128 x the filter's sum).
+struct Signed {
+  static constexpr int64_t kSection = 0, kInts = 1;
+  static constexpr bool kSigned = true;
+  static HWY_INLINE VI Lo(VI a) { return hn::Xor(a, hn::Set(DI(), static_cast<int32_t>(0x80808080u))); }
+  static HWY_INLINE VI Hi(VI a) { return a; }
+  static HWY_INLINE VI Dot(VI acc, VI a, VI, const int32_t* w) {
+#if HWY_TARGET == HWY_NEON
+    return VI{vdotq_s32(acc.raw, vreinterpretq_s8_s32(a.raw), vreinterpretq_s8_s32(vdupq_n_s32(w[0])))};
+#else
+    return svdot_s32(acc, svreinterpret_s8_s32(a), svreinterpret_s8_s32(svdup_n_s32(w[0])));
+#endif
+  }
+};
+#endif
 
 #define VL_FOR_B(M, g) M(g, 0) M(g, 1) M(g, 2) M(g, 3)
 #define VL_FOR_GB(M) VL_FOR_B(M, 0) VL_FOR_B(M, 1) VL_FOR_B(M, 2) VL_FOR_B(M, 3)
@@ -154,13 +195,14 @@ struct Slot {
 static_assert(kBlock <= 4 && kGroup == 4, "the macros above name 4 x 4 accumulators");
 
 // Output channels co .. co+3 at columns x .. x + B vectors.
-template <int B, int K>
+template <class Slot, int B, int K>
 HWY_INLINE void QConvBlock(const QConvRow& a, const int32_t* HWY_RESTRICT w, int64_t co, int64_t x) {
   const DI di;
   const DF df;
   const int64_t n = static_cast<int64_t>(hn::Lanes(di));
   const int64_t kw = K > 0 ? K : a.kernel_w;
-#define VL_DECLARE(g, b) VI acc##g##b = hn::Set(di, a.bias[co + g]);
+  const int32_t* bias = Slot::kSigned ? a.bias_signed : a.bias;
+#define VL_DECLARE(g, b) VI acc##g##b = hn::Set(di, bias[co + g]);
   VL_FOR_GB(VL_DECLARE)
 #undef VL_DECLARE
   for (int64_t ci = 0; ci < a.in_groups; ++ci) {
@@ -168,11 +210,13 @@ HWY_INLINE void QConvBlock(const QConvRow& a, const int32_t* HWY_RESTRICT w, int
       const int32_t* HWY_RESTRICT r =
           reinterpret_cast<const int32_t*>(a.in[ky]) + ci * a.in_stride + x - a.pad_left;
       for (int64_t kx = 0; kx < kw; ++kx, w += kGroup * Slot::kInts) {
-#define VL_LOAD(b) const Slot s##b(b < B ? hn::LoadU(di, r + kx + b * n) : hn::Zero(di));
+#define VL_LOAD(b)                                                  \
+  const VI v##b = b < B ? hn::LoadU(di, r + kx + b * n) : hn::Zero(di); \
+  const VI lo##b = Slot::Lo(v##b), hi##b = Slot::Hi(v##b);
         VL_FOR_V(VL_LOAD)
 #undef VL_LOAD
 #define VL_DOT(g, b) \
-  if constexpr (b < B) acc##g##b = s##b.Dot(acc##g##b, w + g * Slot::kInts);
+  if constexpr (b < B) acc##g##b = Slot::Dot(acc##g##b, lo##b, hi##b, w + g * Slot::kInts);
         VL_FOR_GB(VL_DOT)
 #undef VL_DOT
       }
@@ -214,31 +258,49 @@ HWY_INLINE void QConvBlock(const QConvRow& a, const int32_t* HWY_RESTRICT w, int
   }
 }
 
-template <int B, int K>
+template <class Slot, int B, int K>
 HWY_INLINE void QConvColumns(const QConvRow& a, int64_t x) {
   const int64_t group_ints = a.in_groups * a.kernel_h * a.kernel_w * kGroup * Slot::kInts;
   const int32_t* section = a.weights + Slot::kSection * a.weight_entries;
   for (int64_t co = 0; co < a.out_channels; co += kGroup) {
-    QConvBlock<B, K>(a, section + (co / kGroup) * group_ints, co, x);
+    QConvBlock<Slot, B, K>(a, section + (co / kGroup) * group_ints, co, x);
   }
 }
 
-template <int K>
+template <class Slot, int K>
 HWY_INLINE void QConvolveWith(const QConvRow& a) {
   const int64_t n = static_cast<int64_t>(hn::Lanes(DI()));
   const int64_t end = (a.width + n - 1) / n * n;
   int64_t x = 0;
-  for (; x + kBlock * n <= end; x += kBlock * n) QConvColumns<kBlock, K>(a, x);
-  for (; x < end; x += n) QConvColumns<1, K>(a, x);
+  for (; x + kBlock * n <= end; x += kBlock * n) QConvColumns<Slot, kBlock, K>(a, x);
+  for (; x < end; x += n) QConvColumns<Slot, 1, K>(a, x);
 }
 
-void QConvolve(const QConvRow& a) {
+template <class Slot>
+HWY_INLINE void QConvolveAny(const QConvRow& a) {
   if (a.kernel_w == 3) {
-    QConvolveWith<3>(a);
+    QConvolveWith<Slot, 3>(a);
   } else {
-    QConvolveWith<0>(a);
+    QConvolveWith<Slot, 0>(a);
   }
 }
+
+#if HWY_TARGET == HWY_NEON && HWY_ARCH_ARM_A64
+void QConvolveSigned(const QConvRow& a) { QConvolveAny<Signed>(a); }
+#endif
+
+void QConvolve(const QConvRow& a) {
+#if HWY_TARGET == HWY_NEON && HWY_ARCH_ARM_A64
+  static const bool dot = (getauxval(AT_HWCAP) & HWCAP_ASIMDDP) != 0;
+  if (dot) return QConvolveSigned(a);
+  QConvolveAny<Dots>(a);
+#elif defined(VORLITH_SIGNED_DOTS)
+  QConvolveAny<Signed>(a);
+#else
+  QConvolveAny<Dots>(a);
+#endif
+}
+#undef VORLITH_SIGNED_DOTS
 
 #undef VL_FOR_B
 #undef VL_FOR_GB
@@ -248,7 +310,7 @@ int64_t QConvolveTarget() { return HWY_TARGET; }
 
 }  // namespace HWY_NAMESPACE
 }  // namespace vorlith::model::rows
-#if HWY_TARGET == HWY_AVX3_DL && HWY_COMPILER_CLANG
+#if (HWY_TARGET == HWY_AVX3_DL || (HWY_TARGET == HWY_NEON && HWY_ARCH_ARM_A64)) && HWY_COMPILER_CLANG
 #pragma clang attribute pop
 #endif
 HWY_AFTER_NAMESPACE();

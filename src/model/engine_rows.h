@@ -101,6 +101,7 @@ struct QConvRow {
   const int32_t* weights = nullptr;  // PackQConvWeights
   int64_t weight_entries = 0;        // QConvWeightEntries
   const int32_t* bias = nullptr;     // [groups * kGroup]: bias_q - input zero point * sum of weights
+  const int32_t* bias_signed = nullptr;  // the same + 128 * sum of weights, for signed dot products
   const float* scale = nullptr;      // [groups * kGroup]: bias scale
   const float* slope = nullptr;      // PReLU slope [groups * kGroup], or null
   // Bytes out when `quantize`: clamp(rne(v / out_scale) + out_zero_point);
