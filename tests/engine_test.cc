@@ -271,54 +271,64 @@ TEST(Engine, MatchesTheReferenceOnEveryTargetSizeAndThreadCount) {
 
 // Quantised graphs give the reference's bytes and floats exactly, on every
 // target (the dot-product one too, which normal dispatch picks where the CPU
-// has it) and thread count.
-TEST(Engine, QuantisedGraphsAreExactOnEveryTargetSizeAndThreadCount) {
-  const std::pair<const char*, Graph> cases[] = {
-      {"qchain1", QChain(1, 0, 11)}, {"qchain5", QChain(5, 1, 12)}, {"qchain12", QChain(12, 1, 13)},
-      {"qchain20", QChain(20, 0, 14)}, {"qmixed", QMixed(15)},
-  };
+// has it) and thread count. One test per graph, so that they run side by side.
+struct QCase {
+  const char* name;
+  Graph (*make)();
+};
+const QCase kQCases[] = {
+    {"qchain1", [] { return QChain(1, 0, 11); }},   {"qchain5", [] { return QChain(5, 1, 12); }},
+    {"qchain12", [] { return QChain(12, 1, 13); }}, {"qchain20", [] { return QChain(20, 0, 14); }},
+    {"qmixed", [] { return QMixed(15); }},
+};
+
+void PrintTo(const QCase& c, std::ostream* os) { *os << c.name; }
+
+class Quantised : public testing::TestWithParam<QCase> {};
+
+TEST_P(Quantised, ExactOnEveryTargetSizeAndThreadCount) {
   std::vector<float> special = Input(9, 17, 3);
   special[0] = std::nanf("");
   special[1] = -1e30f;
   special[2] = 1e30f;
   special[3] = 0.005f;  // a tie at scale 1/100
   special[4] = 0.015f;
-  for (const auto& c : cases) {
-    SCOPED_TRACE(std::string("graph ") + c.first);
-    const Graph& graph = c.second;
-    std::vector<std::vector<double>> expected;
-    std::vector<std::vector<int64_t>> shapes;
-    for (const auto& [h, w] : kQSizes) {
-      shapes.emplace_back();
-      const std::vector<float> in = h == 9 && w == 17 ? special : Input(h, w, uint32_t(h * 1000 + w));
-      expected.push_back(oracle::RunGraph(graph, in, h, w, &shapes.back()));
-    }
-    const auto check = [&](int64_t) {
-      auto one = Network::FromGraph(graph, 1), three = Network::FromGraph(graph, 3);
-      for (size_t s = 0; s < std::size(kQSizes); ++s) {
-        const int64_t h = kQSizes[s][0], w = kQSizes[s][1];
-        SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
-        const std::vector<float> in = h == 9 && w == 17 ? special : Input(h, w, uint32_t(h * 1000 + w));
-        std::vector<float> out1, out3;
-        std::vector<int64_t> shape1, shape3;
-        std::string error;
-        ASSERT_TRUE(one->Run(in.data(), {1, 1, h, w}, &out1, &shape1, &error)) << error;
-        ASSERT_TRUE(three->Run(in.data(), {1, 1, h, w}, &out3, &shape3, &error)) << error;
-        ASSERT_EQ(shape1, shapes[s]);
-        const int64_t ow = shapes[s][3], plane = shapes[s][2] * ow;
-        for (size_t i = 0; i < out1.size(); ++i) {
-          const float want = static_cast<float>(expected[s][i]);
-          ASSERT_TRUE(out1[i] == want || (std::isnan(out1[i]) && std::isnan(want))) << out1[i] << " != " << want
-              << "channel " << i / plane << " row " << i % plane / ow << " column " << i % ow;
-        }
-        ASSERT_EQ(0, std::memcmp(out1.data(), out3.data(), out1.size() * sizeof(float)));
-      }
-    };
-    test::ForEachTarget(check);
-    SCOPED_TRACE("normal dispatch: " + test::TargetName(rows::QConvolveTarget()));
-    check(0);
+  const Graph graph = GetParam().make();
+  std::vector<std::vector<double>> expected;
+  std::vector<std::vector<int64_t>> shapes;
+  for (const auto& [h, w] : kQSizes) {
+    shapes.emplace_back();
+    const std::vector<float> in = h == 9 && w == 17 ? special : Input(h, w, uint32_t(h * 1000 + w));
+    expected.push_back(oracle::RunGraph(graph, in, h, w, &shapes.back()));
   }
+  const auto check = [&](int64_t) {
+    auto one = Network::FromGraph(graph, 1), three = Network::FromGraph(graph, 3);
+    for (size_t s = 0; s < std::size(kQSizes); ++s) {
+      const int64_t h = kQSizes[s][0], w = kQSizes[s][1];
+      SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
+      const std::vector<float> in = h == 9 && w == 17 ? special : Input(h, w, uint32_t(h * 1000 + w));
+      std::vector<float> out1, out3;
+      std::vector<int64_t> shape1, shape3;
+      std::string error;
+      ASSERT_TRUE(one->Run(in.data(), {1, 1, h, w}, &out1, &shape1, &error)) << error;
+      ASSERT_TRUE(three->Run(in.data(), {1, 1, h, w}, &out3, &shape3, &error)) << error;
+      ASSERT_EQ(shape1, shapes[s]);
+      const int64_t ow = shapes[s][3], plane = shapes[s][2] * ow;
+      for (size_t i = 0; i < out1.size(); ++i) {
+        const float want = static_cast<float>(expected[s][i]);
+        ASSERT_TRUE(out1[i] == want || (std::isnan(out1[i]) && std::isnan(want))) << out1[i] << " != " << want
+            << " channel " << i / plane << " row " << i % plane / ow << " column " << i % ow;
+      }
+      ASSERT_EQ(0, std::memcmp(out1.data(), out3.data(), out1.size() * sizeof(float)));
+    }
+  };
+  test::ForEachTarget(check);
+  SCOPED_TRACE("normal dispatch: " + test::TargetName(rows::QConvolveTarget()));
+  check(0);
 }
+
+INSTANTIATE_TEST_SUITE_P(Graphs, Quantised, testing::ValuesIn(kQCases),
+                         [](const testing::TestParamInfo<QCase>& info) { return std::string(info.param.name); });
 
 TEST(Engine, ReportsSizesThatEmptyATensor) {
   Builder b(9);

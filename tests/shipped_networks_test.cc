@@ -1,17 +1,24 @@
 // The trained networks in models/: they load through the model runner, keep
 // the tensor names and shapes the plug-in relies on at every size it can
-// choose, and enlarge better than the library's bicubic 2x.
+// choose, enlarge better than the library's bicubic 2x, and, being integer
+// networks, give the training recipe's integer simulation bit for bit on
+// every target and thread count, through the plug-in too.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "src/model/onnx_graph.h"
 #include "src/platform/platform.h"
 #include "src/plugin/sr_plugin.h"
 #include "tests/support/context.h"
+#include "tests/support/targets.h"
+#include "vorlith/pixel_buffer.h"
 #include "vorlith/kernels.h"
 #include "vorlith/model.h"
 
@@ -151,6 +158,112 @@ TEST_F(ShippedNetworks, EnlargeASceneWellAboveBicubic) {
   RecordProperty("light_db", std::to_string(light_db));
   EXPECT_GT(full_db, bicubic + kOverBicubicDb) << "bicubic " << bicubic;
   EXPECT_GT(light_db, bicubic + kOverBicubicDb) << "bicubic " << bicubic;
+}
+
+// tests/fixtures/shipped_int8.ref, written by training/quantize.py
+// --reference from its integer simulation of the QDQ files: int32 H, W, H*W
+// input bytes, then the full and the light network's 2H x 2W float outputs.
+struct Reference {
+  int h = 0, w = 0;
+  std::vector<unsigned char> in;
+  std::vector<float> full, light;
+};
+
+Reference ReadReference() {
+  Reference r;
+  std::ifstream f(VORLITH_FIXTURES_DIR "/shipped_int8.ref", std::ios::binary);
+  int32_t dims[2] = {0, 0};
+  f.read(reinterpret_cast<char*>(dims), sizeof(dims));
+  r.h = dims[0];
+  r.w = dims[1];
+  r.in.resize(size_t(r.h) * r.w);
+  r.full.resize(4 * r.in.size());
+  r.light.resize(4 * r.in.size());
+  f.read(reinterpret_cast<char*>(r.in.data()), std::streamsize(r.in.size()));
+  f.read(reinterpret_cast<char*>(r.full.data()), std::streamsize(r.full.size() * sizeof(float)));
+  f.read(reinterpret_cast<char*>(r.light.data()), std::streamsize(r.light.size() * sizeof(float)));
+  EXPECT_TRUE(f) << "cannot read shipped_int8.ref";
+  return r;
+}
+
+template <class Network>
+std::vector<float> RunOn(const Reference& r, int threads) {
+  vorlith::ModelConfiguration config;
+  config.threads = threads;
+  auto network = Network::initWithConfiguration(config);
+  Pair p{r.w, r.h, r.in, {}};
+  return network == nullptr ? std::vector<float>() : Enlarge(*network, p);
+}
+
+// What the plug-in makes of the reference's input (luma bytes), on the
+// network `net`.
+std::vector<unsigned char> PluginLuma(const Reference& r, NetType net) {
+  std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
+  sr->SelectNetType(net);
+  EXPECT_EQ(sr->Init(""), 0);
+  VLPixelBufferRef frame = nullptr;
+  VLPixelBufferCreate(r.w, r.h, kVLPixelFormatType_420YpCbCr8BiPlanarVideoRange, &frame);
+  VLPixelBufferLockBaseAddress(frame, 0);
+  auto* y = static_cast<unsigned char*>(VLPixelBufferGetBaseAddressOfPlane(frame, 0));
+  for (int row = 0; row < r.h; ++row) {
+    std::memcpy(y + row * VLPixelBufferGetBytesPerRowOfPlane(frame, 0), &r.in[size_t(row) * r.w], r.w);
+  }
+  auto* uv = static_cast<unsigned char*>(VLPixelBufferGetBaseAddressOfPlane(frame, 1));
+  std::memset(uv, 128, VLPixelBufferGetBytesPerRowOfPlane(frame, 1) * VLPixelBufferGetHeightOfPlane(frame, 1));
+  VLPixelBufferUnlockBaseAddress(frame, 0);
+  _tagVideoData in{}, out{};
+  in.width = r.w;
+  in.height = r.h;
+  in.pixelBuffer = frame;
+  in.format = 1;
+  const int status = sr->ProcessData(&in, &out);
+  EXPECT_EQ(status, net == NET_TYPE_LIGHT ? 3 : 0);
+  std::vector<unsigned char> luma;
+  if (out.pixelBuffer != nullptr) {
+    VLPixelBufferLockBaseAddress(out.pixelBuffer, 0);
+    const auto* o = static_cast<const unsigned char*>(VLPixelBufferGetBaseAddressOfPlane(out.pixelBuffer, 0));
+    for (int row = 0; row < 2 * r.h; ++row) {
+      luma.insert(luma.end(), o + row * out.strideY, o + row * out.strideY + 2 * r.w);
+    }
+    VLPixelBufferUnlockBaseAddress(out.pixelBuffer, 0);
+    VLPixelBufferRelease(out.pixelBuffer);
+  }
+  VLPixelBufferRelease(frame);
+  return luma;
+}
+
+TEST_F(ShippedNetworks, IntegerNetworksGiveTheSimulationsBitsEverywhere) {
+  for (const char* file : {"RTC.onnx", "RTC_degrade.onnx"}) {
+    vorlith::model::Graph g;
+    std::string error;
+    ASSERT_TRUE(vorlith::model::ImportOnnx(std::string(VORLITH_MODELS_DIR) + "/" + file, &g, &error)) << error;
+    EXPECT_TRUE(std::any_of(g.ops.begin(), g.ops.end(),
+                            [](const vorlith::model::Op& op) { return op.kind == vorlith::model::OpKind::kQConv; }))
+        << file << " is not an integer network";
+  }
+  const Reference r = ReadReference();
+  std::vector<unsigned char> full_luma, light_luma;
+  vorlith::test::ForEachTarget([&](int64_t) {
+    for (int threads : {1, 3}) {
+      SCOPED_TRACE(std::to_string(threads) + " threads");
+      const std::vector<float> full = RunOn<vorlith::RTC>(r, threads),
+                               light = RunOn<vorlith::RTC_degrade>(r, threads);
+      ASSERT_EQ(full.size(), r.full.size());
+      ASSERT_EQ(light.size(), r.light.size());
+      EXPECT_EQ(0, std::memcmp(full.data(), r.full.data(), full.size() * sizeof(float)));
+      EXPECT_EQ(0, std::memcmp(light.data(), r.light.data(), light.size() * sizeof(float)));
+    }
+    // The plug-in, on every core: the same bytes on every target.
+    const std::vector<unsigned char> f = PluginLuma(r, NET_TYPE_FULL), l = PluginLuma(r, NET_TYPE_LIGHT);
+    if (full_luma.empty()) {
+      full_luma = f;
+      light_luma = l;
+    }
+    EXPECT_EQ(f, full_luma);
+    EXPECT_EQ(l, light_luma);
+  });
+  SCOPED_TRACE("normal dispatch");
+  EXPECT_EQ(PluginLuma(r, NET_TYPE_FULL), full_luma);
 }
 
 }  // namespace
