@@ -9,7 +9,6 @@
 #include <random>
 #include <string>
 #include <thread>
-#include <type_traits>
 
 #include "bench/fma_peak.h"
 #include "src/model/onnx_graph.h"
@@ -163,20 +162,24 @@ void BM_ProcessDataShipped(benchmark::State& state) {
   vorlith::platform::SetResourceDirectoryForTest("");
 }
 
-// A shipped network alone on a frame-sized tensor, on 1 or 2 threads.
-template <class Network>
-void BM_NetworkShipped(benchmark::State& state) {
+// The network files models/ holds: the shipped integer networks and the
+// float networks they were quantised from, in the order of the `file` argument.
+constexpr const char* kNetworkFiles[] = {"RTC.onnx", "RTC_degrade.onnx", "float/RTC.onnx", "float/RTC_degrade.onnx"};
+
+// A network file alone on a frame-sized tensor, on 1 or 2 threads.
+void BM_Network(benchmark::State& state) {
   const Frame f = kFrames[state.range(0)];
-  const int threads = static_cast<int>(state.range(1));
-  vorlith::platform::SetResourceDirectoryForTest(VORLITH_BENCH_MODELS);
+  const char* file = kNetworkFiles[state.range(1)];
+  const int threads = static_cast<int>(state.range(2));
   vorlith::ModelConfiguration config;
   config.threads = threads;
-  auto network = Network::initWithConfiguration(config);
-  vorlith::platform::SetResourceDirectoryForTest("");
+  std::string error;
+  auto network = vorlith::RTC::initWithContentsOfURL(std::string(VORLITH_BENCH_MODELS) + "/" + file, config, &error);
   if (network == nullptr) {
-    state.SkipWithError("network missing");
+    state.SkipWithError(error.c_str());
     return;
   }
+  state.SetLabel(file);
   auto tensor = vorlith::MultiArray::initWithShape({1, 1, f.h, f.w}, vorlith::MultiArrayDataType::Float32);
   std::mt19937 rng(3);
   auto* p = static_cast<float*>(tensor->dataPointer());
@@ -189,9 +192,7 @@ void BM_NetworkShipped(benchmark::State& state) {
     state.SetIterationTime(seconds);
     total += seconds;
   }
-  ReportShareOfPeak(state, NetworkMacs(std::is_same_v<Network, vorlith::RTC> ? "RTC.onnx" : "RTC_degrade.onnx",
-                                       f.h, f.w),
-                    total, threads);
+  ReportShareOfPeak(state, NetworkMacs(file, f.h, f.w), total, threads);
 }
 
 }  // namespace
@@ -199,8 +200,7 @@ void BM_NetworkShipped(benchmark::State& state) {
 // frame:0 is 640x360, frame:1 is 1280x720; net:0 is RTC (full), net:1 RTC_degrade.
 BENCHMARK(BM_ProcessDataShipped)->ArgNames({"frame", "net"})->ArgsProduct({{0, 1}, {0, 1}})
     ->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_NetworkShipped, vorlith::RTC)->ArgNames({"frame", "threads"})
-    ->ArgsProduct({{0, 1}, {1, 2}})->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_NetworkShipped, vorlith::RTC_degrade)->ArgNames({"frame", "threads"})
-    ->ArgsProduct({{0, 1}, {1, 2}})->UseManualTime()->Unit(benchmark::kMillisecond);
+// file: 0 RTC, 1 RTC_degrade (shipped, integer), 2 and 3 their float versions.
+BENCHMARK(BM_Network)->ArgNames({"frame", "file", "threads"})->ArgsProduct({{0, 1}, {0, 1, 2, 3}, {1, 2}})
+    ->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ProcessData)->ArgName("frame")->Arg(0)->Arg(1)->UseManualTime()->Unit(benchmark::kMillisecond);
