@@ -16,6 +16,7 @@
 #include <chrono>
 #include <map>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "bench/fma_peak.h"
@@ -118,26 +119,21 @@ double MeasurePeak(int threads, Chains chains) {
   return best;
 }
 
-double FmaPeak(int threads) {
-  static std::map<int, double> peaks;
-  auto it = peaks.find(threads);
-  if (it == peaks.end()) {
-    it = peaks.emplace(threads, MeasurePeak(threads, [](int64_t r, int64_t* m) {
-                         return HWY_DYNAMIC_DISPATCH(FmaChains)(r, m);
-                       })).first;
-  }
+// Measured once per process, kind of arithmetic and thread count.
+template <typename Chains>
+double CachedPeak(bool dot, int threads, Chains chains) {
+  static std::map<std::pair<bool, int>, double> peaks;
+  auto it = peaks.find({dot, threads});
+  if (it == peaks.end()) it = peaks.emplace(std::make_pair(dot, threads), MeasurePeak(threads, chains)).first;
   return it->second;
 }
 
+double FmaPeak(int threads) {
+  return CachedPeak(false, threads, [](int64_t r, int64_t* m) { return HWY_DYNAMIC_DISPATCH(FmaChains)(r, m); });
+}
+
 double DotPeak(int threads) {
-  static std::map<int, double> peaks;
-  auto it = peaks.find(threads);
-  if (it == peaks.end()) {
-    it = peaks.emplace(threads, MeasurePeak(threads, [](int64_t r, int64_t* m) {
-                         return HWY_DYNAMIC_DISPATCH(DotChains)(r, m);
-                       })).first;
-  }
-  return it->second;
+  return CachedPeak(true, threads, [](int64_t r, int64_t* m) { return HWY_DYNAMIC_DISPATCH(DotChains)(r, m); });
 }
 
 }  // namespace vorlith::bench
