@@ -14,6 +14,7 @@
 
 #include <algorithm>
 
+#include "src/model/engine_block-inl.h"
 #include "src/model/engine_rows.h"
 
 #if HWY_ARCH_ARM_A64 && defined(__linux__) && !defined(VORLITH_QROWS_AUXV)
@@ -49,14 +50,6 @@ using DU = hn::RebindToUnsigned<DI>;
 using DF = hn::RebindToFloat<DI>;
 using VI = hn::Vec<DI>;
 using VF = hn::Vec<DF>;
-
-#if HWY_TARGET == HWY_AVX2 || HWY_TARGET == HWY_SSE4 || HWY_TARGET == HWY_SSSE3 || \
-    HWY_TARGET == HWY_EMU128 || HWY_TARGET == HWY_SCALAR
-constexpr int kAccumulators = 12;  // 16 vector registers
-#else
-constexpr int kAccumulators = 16;  // 32 vector registers
-#endif
-constexpr int kBlock = kAccumulators / kGroup;
 
 // Round half to even of |t| < 2^22: adding 1.5 * 2^23 leaves the rounded
 // integer in the low mantissa bits. Highway's portable NearestInt does not
@@ -189,11 +182,6 @@ struct Signed {
 };
 #endif
 
-#define VL_FOR_B(M, g) M(g, 0) M(g, 1) M(g, 2) M(g, 3)
-#define VL_FOR_GB(M) VL_FOR_B(M, 0) VL_FOR_B(M, 1) VL_FOR_B(M, 2) VL_FOR_B(M, 3)
-#define VL_FOR_V(M) M(0) M(1) M(2) M(3)
-static_assert(kBlock <= 4 && kGroup == 4, "the macros above name 4 x 4 accumulators");
-
 // Output channels co .. co+3 at columns x .. x + B vectors.
 template <class Slot, int B, int K>
 HWY_INLINE void QConvBlock(const QConvRow& a, const int32_t* HWY_RESTRICT w, int64_t co, int64_t x) {
@@ -301,10 +289,6 @@ void QConvolve(const QConvRow& a) {
 #endif
 }
 #undef VORLITH_SIGNED_DOTS
-
-#undef VL_FOR_B
-#undef VL_FOR_GB
-#undef VL_FOR_V
 
 int64_t QConvolveTarget() { return HWY_TARGET; }
 
