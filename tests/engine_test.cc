@@ -34,20 +34,12 @@ class Builder {
 
   int Conv(int x, int64_t out_c, int64_t kh, int64_t kw, int64_t top, int64_t left, int64_t bottom,
            int64_t right) {
-    Activation out = g_.activations[x];
-    Op op = Make(OpKind::kConv, {x});
-    op.kernel_h = kh;
-    op.kernel_w = kw;
-    op.pad_top = top;
-    op.pad_left = left;
-    op.pad_bottom = bottom;
-    op.pad_right = right;
+    Activation out;
+    Op op = Window(OpKind::kConv, x, out_c, kh, kw, top, left, bottom, right, &out);
     // Weights scaled by fan-in keep activations near 1 through deep stacks.
-    op.filter = Random(out_c * kh * kw * out.channels, 1.5f / std::sqrt(float(kh * kw * out.channels)));
+    const int64_t in_c = g_.activations[x].channels;
+    op.filter = Random(out_c * kh * kw * in_c, 1.5f / std::sqrt(float(kh * kw * in_c)));
     op.bias = Random(out_c, 0.5f);
-    out.channels = out_c;
-    out.height.offset += top + bottom - kh + 1;
-    out.width.offset += left + right - kw + 1;
     return Push(std::move(op), out);
   }
   int Same3x3(int x, int64_t out_c) { return Conv(x, out_c, 3, 3, 1, 1, 1, 1); }
@@ -95,27 +87,17 @@ class Builder {
   // rounds and saturates.
   int QConv(int x, int64_t out_c, int64_t kh, int64_t kw, int64_t top, int64_t left, int64_t bottom,
             int64_t right) {
-    Activation out = g_.activations[x];
-    Op op = Make(OpKind::kQConv, {x});
-    op.kernel_h = kh;
-    op.kernel_w = kw;
-    op.pad_top = top;
-    op.pad_left = left;
-    op.pad_bottom = bottom;
-    op.pad_right = right;
+    Activation out;
+    Op op = Window(OpKind::kQConv, x, out_c, kh, kw, top, left, bottom, right, &out);
+    const int64_t in_c = g_.activations[x].channels;
     std::uniform_int_distribution<int> w8(-128, 127), bias(-20000, 20000);
-    for (int64_t i = 0; i < out_c * kh * kw * out.channels; ++i) op.qfilter.push_back(static_cast<int8_t>(w8(rng_)));
-    const float typical = 4.0f / (40.0f * 70.0f * std::sqrt(float(kh * kw * out.channels)));
+    for (int64_t i = 0; i < out_c * kh * kw * in_c; ++i) op.qfilter.push_back(static_cast<int8_t>(w8(rng_)));
+    const float typical = 4.0f / (40.0f * 70.0f * std::sqrt(float(kh * kw * in_c)));
     std::uniform_real_distribution<float> spread(0.5f, 2.0f);
     for (int64_t o = 0; o < out_c; ++o) {
       op.qbias.push_back(bias(rng_));
       op.scales.push_back(scale_.at(x) * (typical / scale_.at(x) * spread(rng_)));
     }
-    out.quantized = false;
-    out.zero_point = 0;
-    out.channels = out_c;
-    out.height.offset += top + bottom - kh + 1;
-    out.width.offset += left + right - kw + 1;
     return Push(std::move(op), out);
   }
 
@@ -130,6 +112,24 @@ class Builder {
     std::vector<float> v(static_cast<size_t>(n));
     for (float& x : v) x = u(rng_);
     return v;
+  }
+  // A convolution's kernel and padding, and the float activation it gives.
+  Op Window(OpKind kind, int x, int64_t out_c, int64_t kh, int64_t kw, int64_t top, int64_t left, int64_t bottom,
+            int64_t right, Activation* out) {
+    Op op = Make(kind, {x});
+    op.kernel_h = kh;
+    op.kernel_w = kw;
+    op.pad_top = top;
+    op.pad_left = left;
+    op.pad_bottom = bottom;
+    op.pad_right = right;
+    *out = g_.activations[x];
+    out->quantized = false;
+    out->zero_point = 0;
+    out->channels = out_c;
+    out->height.offset += top + bottom - kh + 1;
+    out->width.offset += left + right - kw + 1;
+    return op;
   }
   static Op Make(OpKind kind, std::vector<int> inputs, std::vector<float> constant = {}) {
     Op op;
