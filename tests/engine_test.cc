@@ -330,6 +330,50 @@ TEST_P(Quantised, ExactOnEveryTargetSizeAndThreadCount) {
 INSTANTIATE_TEST_SUITE_P(Graphs, Quantised, testing::ValuesIn(kQCases),
                          [](const testing::TestParamInfo<QCase>& info) { return std::string(info.param.name); });
 
+// A run limited to the output's top-left part computes only what that part
+// depends on: the values there are the whole run's bit for bit, float and
+// quantised, on every target and thread count, and nothing else of the
+// output is written. Regions change between runs, so buffers are re-planned.
+TEST(Engine, ARegionHoldsTheWholeRunsValuesAndNothingElseIsWritten) {
+  const std::pair<const char*, Graph> cases[] = {
+      {"chain8", Chain(8, 3, 21)}, {"mixed", Mixed(22)}, {"resizes", Resizes(23)}, {"qchain5", QChain(5, 1, 24)},
+      {"qmixed", QMixed(25)}};
+  const int64_t h = 23, w = 70;  // uneven region columns end inside and past the vectors
+  const Network::Region regions[] = {{1, 1}, {5, 17}, {0, 33}, {30, 0}, {46, 139}, {0, 0}, {999, 999}};
+  const std::vector<float> in = Input(h, w, 5);
+  const float untouched = -7.0f;
+  for (const auto& [name, graph] : cases) {
+    SCOPED_TRACE(name);
+    test::ForEachTarget([&](int64_t) {
+      auto whole = Network::FromGraph(graph, 1), one = Network::FromGraph(graph, 1),
+           three = Network::FromGraph(graph, 3);
+      std::vector<float> expected;
+      std::vector<int64_t> shape, region_shape;
+      std::string error;
+      ASSERT_TRUE(whole->Run(in.data(), {1, 1, h, w}, &expected, &shape, &error)) << error;
+      const int64_t oh = shape[2], ow = shape[3];
+      for (const Network::Region& r : regions) {
+        SCOPED_TRACE(std::to_string(r.rows) + " rows, " + std::to_string(r.columns) + " columns");
+        const int64_t rows = r.rows > 0 ? std::min(r.rows, oh) : oh, cols = r.columns > 0 ? std::min(r.columns, ow) : ow;
+        for (Network* net : {one.get(), three.get()}) {
+          std::vector<float> out(expected.size(), untouched);
+          ASSERT_TRUE(net->Run(in.data(), {1, 1, h, w}, r, &out, &region_shape, &error)) << error;
+          ASSERT_EQ(region_shape, shape);
+          for (size_t i = 0; i < out.size(); ++i) {
+            const int64_t y = int64_t(i) / ow % oh, x = int64_t(i) % ow;
+            const bool inside = y < rows && x < cols;
+            ASSERT_EQ(std::memcmp(&out[i], inside ? &expected[i] : &untouched, 4), 0)
+                << (inside ? "inside" : "outside") << " the region: row " << y << " column " << x;
+          }
+        }
+      }
+      std::vector<float> out;
+      EXPECT_FALSE(one->Run(in.data(), {1, 1, h, w}, {-1, 0}, &out, &region_shape, &error));
+      EXPECT_EQ(error, "a negative output region");
+    });
+  }
+}
+
 TEST(Engine, ReportsSizesThatEmptyATensor) {
   Builder b(9);
   const Graph graph = b.Finish(b.Conv(0, 2, 3, 3, 0, 0, 0, 0));

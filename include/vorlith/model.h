@@ -90,6 +90,15 @@ class VORLITH_API PredictionOptions {
  public:
   // Reserved: the CPU runtime has nothing to choose per prediction yet.
   bool usesCPUOnly = false;
+  // The part of the output that will be read: its top `outputRows` rows and
+  // left `outputColumns` columns (0, or more than the output has, means the
+  // whole dimension). Only those values are computed, from only the inputs
+  // they depend on, and they equal a whole prediction's. The array keeps its
+  // full shape; outside the part it holds zeros when newly allocated, or
+  // whatever an earlier prediction of the same model left in the storage it
+  // recycles: read only the part asked for.
+  int64_t outputRows = 0;
+  int64_t outputColumns = 0;
 };
 
 class VORLITH_API BatchProvider {
@@ -114,13 +123,16 @@ class VORLITH_API ArrayBatchProvider : public BatchProvider {
 enum class ComputeUnits : int32_t {
   CPUOnly = 0,    // one thread: the caller's
   CPUAndGPU = 1,  // as All: this runtime has no accelerator backend
-  All = 2,        // every CPU core through the runtime's thread pool
+  All = 2,        // every CPU core through the process's worker pool
 };
 
 class VORLITH_API ModelConfiguration {
  public:
   ComputeUnits computeUnits = ComputeUnits::All;
-  // Worker threads for All / CPUAndGPU; 0 means one per online core.
+  // Threads a prediction is split across for All / CPUAndGPU; 0 means one
+  // per online core. Every model of the process shares one worker pool,
+  // which grows to the largest count asked for: models never start threads
+  // of their own.
   int threads = 0;
 };
 
@@ -147,9 +159,10 @@ class VORLITH_API Model {
   std::vector<int64_t> outputShapeForInputShape(const std::vector<int64_t>& input_shape) const;
 
   // Runs the network on the input feature named by inputName(), a [1, 1, H, W]
-  // float32 array; returns a provider holding outputName(). Predictions from
-  // several threads on one model are safe and take turns. Null with *error
-  // when the input is missing, has the wrong shape or the run fails.
+  // float32 array; returns a provider holding outputName(), a new array per
+  // call. Predictions from several threads on one model are safe and take
+  // turns. Null with *error when the input is missing, has the wrong shape,
+  // the options ask for a negative region or the run fails.
   std::shared_ptr<FeatureProvider> predictionFromFeatures(const FeatureProvider& input,
                                                           const PredictionOptions& options,
                                                           std::string* error = nullptr);

@@ -2,23 +2,23 @@
 // the whole graph, each activation keeping only the few rows its consumers
 // still need, so a frame's activations stay in the caches instead of making
 // one pass through memory per layer. Threads take bands of output rows and
-// recompute the rows a band's edge needs from its neighbour.
+// recompute the rows a band's edge needs from its neighbour. A run may ask
+// for the top-left part of the output only: then each activation computes
+// only the rows and columns that part depends on.
 #include <algorithm>
 #include <climits>
-#include <condition_variable>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "src/model/engine_rows.h"
 #include "src/model/network.h"
 #include "src/model/onnx_graph.h"
+#include "src/platform/worker_pool.h"
 
 namespace vorlith::model {
 namespace {
@@ -53,65 +53,6 @@ struct AlignedFloats {
   }
 };
 
-// Workers that live as long as the network, so a frame starts no thread.
-class Pool {
- public:
-  explicit Pool(int threads) {
-    for (int i = 1; i < threads; ++i) workers_.emplace_back([this, i] { Work(i); });
-  }
-  ~Pool() {
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      stop_ = true;
-    }
-    wake_.notify_all();
-    for (std::thread& t : workers_) t.join();
-  }
-  int size() const { return static_cast<int>(workers_.size()) + 1; }
-
-  // Runs task(i) for i in [0, size()), task 0 on the caller; returns when all are done.
-  void Run(const std::function<void(int)>& task) {
-    if (workers_.empty()) return task(0);
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      task_ = &task;
-      pending_ = static_cast<int>(workers_.size());
-      ++generation_;
-    }
-    wake_.notify_all();
-    task(0);
-    std::unique_lock<std::mutex> lock(mutex_);
-    done_.wait(lock, [this] { return pending_ == 0; });
-    task_ = nullptr;
-  }
-
- private:
-  void Work(int index) {
-    uint64_t seen = 0;
-    for (;;) {
-      const std::function<void(int)>* task;
-      {
-        std::unique_lock<std::mutex> lock(mutex_);
-        wake_.wait(lock, [&] { return stop_ || generation_ != seen; });
-        if (stop_) return;
-        seen = generation_;
-        task = task_;
-      }
-      (*task)(index);
-      std::lock_guard<std::mutex> lock(mutex_);
-      if (--pending_ == 0) done_.notify_one();
-    }
-  }
-
-  std::vector<std::thread> workers_;
-  std::mutex mutex_;
-  std::condition_variable wake_, done_;
-  const std::function<void(int)>* task_ = nullptr;
-  int pending_ = 0;
-  uint64_t generation_ = 0;
-  bool stop_ = false;
-};
-
 enum class StepKind { kInput, kConv, kActivate, kBinary, kDepthToSpace, kResize, kQuantize, kQConv };
 
 // One computed activation: a graph op, with a PReLU or clamp that only it
@@ -140,6 +81,7 @@ struct Step {
 struct Shape {
   int64_t channels = 0, height = 0, width = 0;  // byte activations: channels in groups of four
   int64_t stride = 0;  // floats (or 4-byte slots) per channel row, margins included
+  int64_t columns = 0;  // columns computed: those the run's region depends on
   bool bytes = false;
   uint32_t pad = 0;    // byte activations: the zero point in every byte
   int64_t floats() const { return channels * stride; }
@@ -147,6 +89,7 @@ struct Shape {
 
 struct Layout {
   int64_t in_h = 0, in_w = 0;
+  int64_t rows = 0, columns = 0;  // the output region
   int64_t lead = 0;  // zero columns left of column 0 in every channel row
   std::vector<Shape> shapes;
   AlignedFloats zero;  // a row of zeros for any float activation, read as padding
@@ -161,7 +104,10 @@ struct Window {
 
 class Engine final : public Network {
  public:
-  Engine(Graph graph, int threads) : graph_(std::move(graph)), pool_(std::max(1, threads)) { Plan(); }
+  Engine(Graph graph, int threads) : graph_(std::move(graph)), threads_(std::max(1, threads)) {
+    if (threads_ > 1) platform::WorkerPool::Shared().Reserve(threads_);
+    Plan();
+  }
 
   const std::string& InputName() const override { return graph_.input_name; }
   const std::string& OutputName() const override { return graph_.output_name; }
@@ -172,8 +118,8 @@ class Engine final : public Network {
     return {1, out.channels, out.height.At(input_shape[2]), out.width.At(input_shape[3])};
   }
 
-  bool Run(const float* input, const std::vector<int64_t>& input_shape, std::vector<float>* output,
-           std::vector<int64_t>* output_shape, std::string* error) override {
+  bool Run(const float* input, const std::vector<int64_t>& input_shape, Region region,
+           std::vector<float>* output, std::vector<int64_t>* output_shape, std::string* error) override {
     std::string scratch;
     if (error == nullptr) error = &scratch;
     if (input == nullptr || output == nullptr || output_shape == nullptr) {
@@ -189,13 +135,18 @@ class Engine final : public Network {
       *error = "input " + Dims(input_shape) + " is too large";
       return false;
     }
+    if (region.rows < 0 || region.columns < 0) {
+      *error = "a negative output region";
+      return false;
+    }
     const int64_t h = input_shape[2], w = input_shape[3];
-    // The rings and the pool serve one prediction at a time; callers on other
-    // threads wait their turn.
+    // The rings serve one prediction at a time; callers on other threads
+    // wait their turn.
     std::lock_guard<std::mutex> one_at_a_time(run_mutex_);
-    if (layout_.in_h != h || layout_.in_w != w) {
+    if (layout_.in_h != h || layout_.in_w != w || layout_.rows != region.rows ||
+        layout_.columns != region.columns) {
       layout_.in_h = layout_.in_w = 0;
-      if (!Prepare(h, w, error)) return false;
+      if (!Prepare(h, w, region, error)) return false;
     }
     const Shape& out = layout_.shapes[graph_.output];
     output->resize(static_cast<size_t>(out.channels * out.height * out.width));
@@ -207,7 +158,9 @@ class Engine final : public Network {
       const float* input;
       float* output;
     } job{this, input, output->data()};
-    pool_.Run([&job](int band) { job.engine->RunBand(job.engine->bands_[band], job.input, job.output); });
+    platform::WorkerPool::Shared().Run(static_cast<int>(bands_.size()), [&job](int band) {
+      job.engine->RunBand(job.engine->bands_[band], job.input, job.output);
+    });
     return true;
   }
 
@@ -378,7 +331,7 @@ class Engine final : public Network {
     *frac = static_cast<float>(src - static_cast<double>(lo));
   }
 
-  bool Prepare(int64_t h, int64_t w, std::string* error) {
+  bool Prepare(int64_t h, int64_t w, Region region, std::string* error) {
     // Every shape follows from the input's; refuse sizes that empty a
     // tensor or that no buffer could hold.
     const std::string size = std::to_string(w) + "x" + std::to_string(h);
@@ -412,11 +365,15 @@ class Engine final : public Network {
       if (s.bytes) layout_.pads[i].ResetSlots(static_cast<size_t>(s.floats() + layout_.lead), s.pad);
     }
     layout_.zero.Reset(static_cast<size_t>(zero_floats + layout_.lead));
+    Shape& out = layout_.shapes[graph_.output];
+    const int64_t out_rows = region.rows > 0 ? std::min(region.rows, out.height) : out.height;
+    out.columns = region.columns > 0 ? std::min(region.columns, out.width) : out.width;
+    SetColumns();
 
-    // Equal bands of output rows; their rings are sized by a dry run of the
-    // band's schedule, which is the real run without the arithmetic.
-    const int64_t out_rows = layout_.shapes[graph_.output].height;
-    const int threads = pool_.size();
+    // Equal bands of the region's rows; their rings are sized by a dry run of
+    // the band's schedule, which is the real run without the arithmetic.
+    // Rows outside the region's dependencies are never scheduled.
+    const int threads = threads_;
     bands_.clear();
     bands_.resize(static_cast<size_t>(threads));
     for (int t = 0; t < threads; ++t) {
@@ -436,7 +393,39 @@ class Engine final : public Network {
     }
     layout_.in_h = h;
     layout_.in_w = w;
+    layout_.rows = region.rows;
+    layout_.columns = region.columns;
     return true;
+  }
+
+  // The columns each activation computes: those its consumers' computed
+  // columns read, from the output's back through the graph. Every column a
+  // row function computes depends only on the input columns under its
+  // window, so these hold the values of a whole run.
+  void SetColumns() {
+    for (size_t i = steps_.size(); i-- > 0;) {
+      const Step& s = steps_[i];
+      const int64_t c = layout_.shapes[s.output].columns;
+      if (c == 0) continue;
+      for (size_t k = 0; k < s.inputs.size(); ++k) {
+        Shape& in = layout_.shapes[s.inputs[k]];
+        int64_t read = c;
+        switch (s.kind) {
+          case StepKind::kConv:
+          case StepKind::kQConv: read = std::max<int64_t>(c - 1 - s.op->pad_left + s.op->kernel_w, 0); break;
+          case StepKind::kDepthToSpace: read = (c + s.op->block - 1) / s.op->block; break;
+          case StepKind::kResize: {
+            int64_t c0, c1;
+            float f;
+            ResizeSource(*s.op, in.width, c - 1, &c0, &c1, &f);
+            read = c1 + 1;
+            break;
+          }
+          default: break;
+        }
+        in.columns = std::max(in.columns, std::min(read, in.width));
+      }
+    }
   }
 
   // The first row of each activation that the band needs, from its output
@@ -496,7 +485,7 @@ class Engine final : public Network {
       const float* row = RowOf(b, graph_.output, y);
       for (int64_t c = 0; c < out.channels; ++c) {
         std::memcpy(output + (c * out.height + y) * out.width, row + c * out.stride,
-                    static_cast<size_t>(out.width) * sizeof(float));
+                    static_cast<size_t>(out.columns) * sizeof(float));
       }
     }
   }
@@ -507,7 +496,7 @@ class Engine final : public Network {
     const Shape* in = s.inputs.empty() ? nullptr : &layout_.shapes[s.inputs[0]];
     switch (s.kind) {
       case StepKind::kInput:
-        std::memcpy(dst, input + y * out.width, static_cast<size_t>(out.width) * sizeof(float));
+        std::memcpy(dst, input + y * out.width, static_cast<size_t>(out.columns) * sizeof(float));
         break;
       case StepKind::kConv: {
         const Op& op = *s.op;
@@ -528,13 +517,13 @@ class Engine final : public Network {
         a.out = dst;
         a.out_stride = out.stride;
         a.out_channels = out.channels;
-        a.width = out.width;
+        a.width = out.columns;
         rows::Convolve(a);
         break;
       }
       case StepKind::kQuantize:
         rows::QuantizeRow(RowOf(b, s.inputs[0], y), in->stride, in->channels, reinterpret_cast<uint32_t*>(dst),
-                          out.stride, out.width, s.op->scale, graph_.activations[s.output].zero_point);
+                          out.stride, out.columns, s.op->scale, graph_.activations[s.output].zero_point);
         break;
       case StepKind::kQConv: {
         const Op& op = *s.op;
@@ -560,12 +549,12 @@ class Engine final : public Network {
         a.out = dst;
         a.out_stride = out.stride;
         a.out_channels = static_cast<int64_t>(op.qbias.size());
-        a.width = out.width;
+        a.width = out.columns;
         rows::QConvolve(a);
         break;
       }
       case StepKind::kActivate:
-        rows::Activate(RowOf(b, s.inputs[0], y), dst, out.stride, out.channels, out.width, s.post, s.slope, s.lo,
+        rows::Activate(RowOf(b, s.inputs[0], y), dst, out.stride, out.channels, out.columns, s.post, s.slope, s.lo,
                        s.hi);
         break;
       case StepKind::kBinary: {
@@ -584,13 +573,13 @@ class Engine final : public Network {
         a.out = dst;
         a.out_stride = out.stride;
         a.channels = out.channels;
-        a.width = out.width;
+        a.width = out.columns;
         rows::Combine(a);
         break;
       }
       case StepKind::kDepthToSpace:
         rows::DepthToSpace(RowOf(b, s.inputs[0], y / s.op->block), in->stride, dst, out.stride, out.channels,
-                           s.op->block, y, in->width);
+                           s.op->block, y, (out.columns + s.op->block - 1) / s.op->block);
         break;
       case StepKind::kResize: {
         int64_t r0, r1;
@@ -598,7 +587,7 @@ class Engine final : public Network {
         ResizeSource(*s.op, in->height, y, &r0, &r1, &fy);
         const float* top = RowOf(b, s.inputs[0], r0);
         const float* bottom = RowOf(b, s.inputs[0], r1);
-        for (int64_t x = 0; x < out.width; ++x) {
+        for (int64_t x = 0; x < out.columns; ++x) {
           int64_t c0, c1;
           float fx;
           ResizeSource(*s.op, in->width, x, &c0, &c1, &fx);
@@ -615,6 +604,8 @@ class Engine final : public Network {
     // Columns past the width are the next convolution's right padding. No
     // output column inside a width reads further out, so what row functions
     // leave beyond the padding only reaches columns that are never kept.
+    // (When a region computes fewer columns, the ones it keeps read none of
+    // what lies past them.)
     const int64_t end = out.width + max_pad_right_;
     for (int64_t c = 0; c < out.channels; ++c) {
       if (out.bytes) {
@@ -632,7 +623,7 @@ class Engine final : public Network {
   int64_t max_pad_left_ = 0, max_pad_right_ = 0, max_kernel_h_ = 1;
   struct Layout layout_;
   std::vector<Band> bands_;
-  Pool pool_;
+  int threads_;
   std::mutex run_mutex_;
 };
 

@@ -144,7 +144,7 @@ std::vector<int64_t> Model::outputShapeForInputShape(const std::vector<int64_t>&
 }
 
 std::shared_ptr<FeatureProvider> Model::predictionFromFeatures(const FeatureProvider& input,
-                                                               const PredictionOptions& /*options*/,
+                                                               const PredictionOptions& options,
                                                                std::string* error) {
   auto fail = [&](const std::string& why) {
     if (error != nullptr) *error = why;
@@ -164,7 +164,10 @@ std::shared_ptr<FeatureProvider> Model::predictionFromFeatures(const FeatureProv
   std::vector<float> out = network_->outputs()->Take();
   std::vector<int64_t> out_shape;
   std::string why;
-  if (!network_->Run(static_cast<const float*>(array.dataPointer()), shape, &out, &out_shape,
+  model::Network::Region region;
+  region.rows = options.outputRows;
+  region.columns = options.outputColumns;
+  if (!network_->Run(static_cast<const float*>(array.dataPointer()), shape, region, &out, &out_shape,
                      &why)) {
     return fail(why);
   }

@@ -46,8 +46,9 @@ class Network {
   // *error when the file cannot be read or parsed, or when it uses an
   // operator or attribute the runtime does not support (the message names
   // the operator, e.g. "unsupported operator Softmax (node 'sm1')").
-  // `threads` is the number of threads a prediction runs on, the caller's
-  // included (1 = the caller's thread only).
+  // `threads` is the number of bands a prediction is split into, run on the
+  // process's worker pool (which grows to at least that many threads);
+  // 1 runs a prediction on the caller's thread alone.
   static std::unique_ptr<Network> Load(const std::string& path, int threads, std::string* error);
 
   // The engine for a graph already imported (or built in code).
@@ -62,15 +63,28 @@ class Network {
   // when `input_shape` does not have four dimensions.
   virtual std::vector<int64_t> OutputShape(const std::vector<int64_t>& input_shape) const = 0;
 
+  // The part of the output a run computes: its top `rows` rows and left
+  // `columns` columns, 0 meaning all of that dimension (and more than the
+  // output has, all of it).
+  struct Region {
+    int64_t rows = 0, columns = 0;
+  };
+
   // Runs the network on a float32 NCHW input of shape `input_shape`
   // ([1, C, H, W]). Buffers are sized on the first call and again only
-  // when the input shape changes. On success fills `output`
+  // when the input shape or the region changes. On success fills `output`
   // and `output_shape` (NCHW) and returns true; otherwise returns false with
-  // a reason in *error. Safe to call from several threads: runs on one
-  // network object take turns.
-  virtual bool Run(const float* input, const std::vector<int64_t>& input_shape,
-                   std::vector<float>* output, std::vector<int64_t>* output_shape,
-                   std::string* error) = 0;
+  // a reason in *error. Only the region's output values are computed, from
+  // only the inputs they depend on, and they are the values a whole run
+  // gives; the rest of `output` is left as it was (resized to the full
+  // output). Safe to call from several threads: runs on one network object
+  // take turns.
+  virtual bool Run(const float* input, const std::vector<int64_t>& input_shape, Region region,
+                   std::vector<float>* output, std::vector<int64_t>* output_shape, std::string* error) = 0;
+  bool Run(const float* input, const std::vector<int64_t>& input_shape, std::vector<float>* output,
+           std::vector<int64_t>* output_shape, std::string* error) {
+    return Run(input, input_shape, Region(), output, output_shape, error);
+  }
 
  private:
   std::shared_ptr<OutputBuffers> outputs_ = std::make_shared<OutputBuffers>();
