@@ -3,6 +3,7 @@
 #include <cmath>
 #include <limits>
 
+#include "src/kernels/resize/linear_2x_nv.h"
 #include "tests/oracle/oracle.h"
 #include "tests/support/conformance.h"
 #include "vorlith/kernels.h"
@@ -25,6 +26,27 @@ Row Linear2xNv() {
                     [&](int y, int x) { return oracle::Linear2xNvSample(src, ss, h, w, y, x / 2, x % 2); });
     _StLanczos1p5x* ctx = c.Context();
     c.run = [=](void* out) { Linear_2x_nv(ctx, src, static_cast<uint8_t*>(out), h, w, ss, ds); };
+  }};
+}
+
+// The plug-in's bands of the same enlargement: every split of the output
+// rows, at odd and even rows, gives Linear_2x_nv's bytes.
+Row Linear2xNvBands() {
+  return {"Linear2xNvRows", {"h", "w", "bands"},
+          Combos({{1, 2, 3, 7, 8}, {1, 9, 17, 33}, {1, 2, 3, 5}}), Draws({{1, 40}, {1, 130}, {1, 9}}),
+          [](const Params& p, Case& c) {
+    const int h = p[0], w = p[1], bands = p[2], ss = 2 * w + 3, ds = 4 * w + 5;
+    uint8_t* src = c.RandomBytes(size_t(h - 1) * ss + 2 * w);
+    c.Out<uint8_t>(size_t(2 * h - 1) * ds + 4 * w, ds);
+    c.Grid<uint8_t>(2 * h, 4 * w, ds,
+                    [&](int y, int x) { return oracle::Linear2xNvSample(src, ss, h, w, y, x / 2, x % 2); });
+    int16_t* scratch = c.In<int16_t>(size_t(8) * w);
+    c.run = [=](void* out) {
+      for (int b = 0; b < bands; ++b) {
+        Linear2xNvRows(scratch, src, static_cast<uint8_t*>(out), h, w, ss, ds, 2 * h * b / bands,
+                       2 * h * (b + 1) / bands);
+      }
+    };
   }};
 }
 
@@ -130,7 +152,7 @@ Row Convert(const char* name, void (*kernel)(From*, To*, int, int, int, int),
 }  // namespace
 
 std::vector<Row> PlaneRows() {
-  return {Linear2xNv(), HLinear2xNv(), VLinear(),
+  return {Linear2xNv(), Linear2xNvBands(), HLinear2xNv(), VLinear(),
           Convert<unsigned char, float>("CvtU8ToF32_STRIDE", CvtU8ToF32_STRIDE,
                                         [](unsigned char v, bool) { return oracle::U8ToF32(v); }),
           Convert<float, unsigned char>("CvtF32ToU8_STRIDE", CvtF32ToU8_STRIDE, oracle::F32ToU8)};

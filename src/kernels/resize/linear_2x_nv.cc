@@ -10,6 +10,7 @@
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
 #include <hwy/highway.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -17,6 +18,7 @@
 #include "src/kernels/arm_numerics-inl.h"
 #include "src/kernels/arm_numerics.h"
 #include "src/kernels/byte_lanes-inl.h"
+#include "src/kernels/resize/linear_2x_nv.h"
 #include "vorlith/resize.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -141,6 +143,51 @@ void Linear2xNv(_StLanczos1p5x* ctx, const uint8_t* src, uint8_t* dst, int heigh
               dst + static_cast<ptrdiff_t>(2 * height - 1) * dst_stride, count);
 }
 
+// Output rows [first, end) of Linear2xNv with `scratch` (two rows of
+// 4 * width values) in place of the context's rows: the same row functions,
+// so the same bytes, and bands of one frame may run on different threads.
+void Linear2xNvRows(int16_t* scratch, const uint8_t* src, uint8_t* dst, int height, int width,
+                    int src_stride, int dst_stride, int first, int end) {
+  if (height < 1 || width < 1) return;
+  const size_t w = static_cast<size_t>(width);
+  const size_t count = 4 * w;
+  int16_t* const rows[2] = {scratch, scratch + count};
+  int held[2] = {-1, -1};
+  // The horizontal result of source row s, filtered once while it is held;
+  // `keep` is the row the other buffer must go on holding.
+  const auto row = [&](int s, int keep) {
+    for (int i = 0; i < 2; ++i) {
+      if (held[i] == s) return rows[i];
+    }
+    const int i = held[0] == keep ? 1 : 0;
+    HorizontalRow(src + static_cast<ptrdiff_t>(s) * src_stride, rows[i], w);
+    held[i] = s;
+    return rows[i];
+  };
+  const auto out = [&](int r) { return dst + static_cast<ptrdiff_t>(r) * dst_stride; };
+  end = std::min(end, 2 * height);
+  for (int r = std::max(first, 0); r < end;) {
+    if (r == 0 || r == 2 * height - 1) {
+      // Edge rows: the first or last source row replicated.
+      const int16_t* edge = row(r == 0 ? 0 : height - 1, -1);
+      VerticalRow(edge, edge, r == 0 ? 1 : 0, r == 0 ? 3 : 4, out(r), count);
+      ++r;
+      continue;
+    }
+    // Rows 2s - 1 and 2s lie between source rows s - 1 and s.
+    const int s = (r + 1) / 2;
+    const int16_t* p = row(s - 1, s);
+    const int16_t* q = row(s, s - 1);
+    if ((r & 1) != 0 && r + 1 < end) {
+      VerticalRowPair(p, q, out(r), out(r + 1), count);
+      r += 2;
+    } else {
+      VerticalRow(p, q, (r & 1) != 0 ? 3 : 1, (r & 1) != 0 ? 1 : 3, out(r), count);
+      ++r;
+    }
+  }
+}
+
 void HResizeLinear2xNv(const uint8_t* src, int16_t* dst, int groups, int tail) {
   const long width = 8L * groups + tail + 1;
   if (width < 1) return;
@@ -201,6 +248,7 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace vorlith {
 HWY_EXPORT(Linear2xNv);
+HWY_EXPORT(Linear2xNvRows);
 HWY_EXPORT(HResizeLinear2xNv);
 HWY_EXPORT(VResizeLinear);
 }  // namespace vorlith
@@ -209,6 +257,13 @@ void Linear_2x_nv(_StLanczos1p5x* ctx, unsigned char* src, unsigned char* dst, i
                   int width, int srcStride, int dstStride) {
   HWY_DYNAMIC_DISPATCH(vorlith::Linear2xNv)(ctx, src, dst, height, width, srcStride, dstStride);
 }
+
+namespace vorlith {
+void Linear2xNvRows(int16_t* scratch, const uint8_t* src, uint8_t* dst, int height, int width,
+                    int src_stride, int dst_stride, int first, int end) {
+  HWY_DYNAMIC_DISPATCH(Linear2xNvRows)(scratch, src, dst, height, width, src_stride, dst_stride, first, end);
+}
+}  // namespace vorlith
 
 void HResizeLinear_2x_nv_NEON(unsigned char* src, short* dst, int groups, int tail) {
   HWY_DYNAMIC_DISPATCH(vorlith::HResizeLinear2xNv)(src, dst, groups, tail);
