@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <tuple>
 #include <utility>
@@ -96,6 +97,44 @@ TEST(PixelBuffer, LocksNestAndAnUnbalancedUnlockIsReported) {
   EXPECT_EQ(VLPixelBufferUnlockBaseAddress(b, 0), kVLReturnSuccess);
   EXPECT_EQ(VLPixelBufferUnlockBaseAddress(b, 0), kVLReturnUnlockWithoutLock);
   VLPixelBufferRelease(b);
+}
+
+}  // namespace
+
+namespace {
+
+// A pool hands a buffer out again only when its last reference is gone,
+// keeps at most kVLPixelBufferPoolKeep, and may be given up while its
+// buffers are still held (they are freed with their last reference, as the
+// sanitizers check).
+TEST(PixelBufferPool, ReusesOnlyReleasedBuffersAndOutlivesNothing) {
+  VLPixelBufferPoolRef pool = nullptr;
+  EXPECT_EQ(VLPixelBufferPoolCreate(0, 4, k420v, &pool), kVLReturnInvalidSize);
+  EXPECT_EQ(VLPixelBufferPoolCreatePixelBuffer(nullptr, nullptr), kVLReturnInvalidArgument);
+  ASSERT_EQ(VLPixelBufferPoolCreate(33, 17, k420v, &pool), kVLReturnSuccess);
+  std::vector<VLPixelBufferRef> held(kVLPixelBufferPoolKeep + 2);
+  for (VLPixelBufferRef& b : held) {
+    ASSERT_EQ(VLPixelBufferPoolCreatePixelBuffer(pool, &b), kVLReturnSuccess);
+    EXPECT_EQ(std::pair(VLPixelBufferGetWidth(b), VLPixelBufferGetHeight(b)), std::pair(size_t{33}, size_t{17}));
+    static_cast<uint8_t*>(VLPixelBufferGetBaseAddressOfPlane(b, 0))[0] = 0xAB;
+  }
+  VLPixelBufferRetain(held[0]);
+  VLPixelBufferRelease(held[0]);  // still referenced: not back in the pool
+  VLPixelBufferRef next = nullptr;
+  ASSERT_EQ(VLPixelBufferPoolCreatePixelBuffer(pool, &next), kVLReturnSuccess);
+  for (VLPixelBufferRef b : held) EXPECT_NE(next, b);
+  for (VLPixelBufferRef b : held) VLPixelBufferRelease(b);
+  // The last ones released are kept; the next requests take them back, pixels and all.
+  std::vector<VLPixelBufferRef> again(kVLPixelBufferPoolKeep);
+  for (VLPixelBufferRef& b : again) {
+    ASSERT_EQ(VLPixelBufferPoolCreatePixelBuffer(pool, &b), kVLReturnSuccess);
+    EXPECT_NE(std::find(held.begin(), held.end(), b), held.end());
+    EXPECT_EQ(static_cast<uint8_t*>(VLPixelBufferGetBaseAddressOfPlane(b, 0))[0], 0xAB);
+  }
+  VLPixelBufferPoolRelease(pool);
+  for (VLPixelBufferRef b : again) VLPixelBufferRelease(b);
+  VLPixelBufferRelease(next);
+  VLPixelBufferPoolRelease(nullptr);
 }
 
 }  // namespace

@@ -56,6 +56,26 @@ VORLITH_API VLReturn VLPixelBufferCreateWithPlanarBytes(
     const size_t planeBytesPerRow[2], VLPixelBufferReleasePlanarBytesCallback releaseCallback,
     void* releaseRefCon, VLPixelBufferRef* pixelBufferOut);
 
+// Pools of buffers of one size, for a producer that hands out a frame after
+// frame: a buffer created from a pool returns to it when its last reference
+// is released, and a later request takes it again instead of allocating and
+// clearing new memory. A buffer is reused only after every reference to it
+// is gone. New buffers are zero-filled like VLPixelBufferCreate's; reused
+// ones keep the pixels they last held. A pool keeps a few released buffers
+// (kVLPixelBufferPoolKeep); what it cannot keep is freed.
+typedef struct VLPixelBufferPool* VLPixelBufferPoolRef;
+inline constexpr size_t kVLPixelBufferPoolKeep = 3;
+
+// A pool of width x height buffers (limits as VLPixelBufferCreate).
+VORLITH_API VLReturn VLPixelBufferPoolCreate(size_t width, size_t height, uint32_t pixelFormatType,
+                                            VLPixelBufferPoolRef* poolOut);
+// A buffer of the pool's size with one reference, held by the caller.
+VORLITH_API VLReturn VLPixelBufferPoolCreatePixelBuffer(VLPixelBufferPoolRef pool,
+                                                       VLPixelBufferRef* pixelBufferOut);
+// Gives up the pool: its kept buffers are freed now, and buffers still held
+// elsewhere are freed when their last reference goes. Null is ignored.
+VORLITH_API void VLPixelBufferPoolRelease(VLPixelBufferPoolRef pool);
+
 // Adds a reference; returns its argument (null stays null).
 VORLITH_API VLPixelBufferRef VLPixelBufferRetain(VLPixelBufferRef buffer);
 // Drops a reference; null is ignored.

@@ -3,7 +3,9 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <new>
+#include <vector>
 
 struct VLPixelBuffer {
   std::atomic<int64_t> references{1};
@@ -16,6 +18,17 @@ struct VLPixelBuffer {
   void* owned = nullptr;  // the library's own allocation, if any
   VLPixelBufferReleasePlanarBytesCallback release = nullptr;
   void* release_refcon = nullptr;
+  VLPixelBufferPool* pool = nullptr;  // where the buffer returns, if anywhere
+};
+
+struct VLPixelBufferPool {
+  std::mutex mutex;
+  size_t width = 0, height = 0;
+  // The owner's reference and one per buffer out of the pool; kept buffers
+  // hold none, so that giving up the pool can free them.
+  int64_t holders = 1;
+  bool open = true;
+  std::vector<VLPixelBuffer*> kept;
 };
 
 namespace {
@@ -24,7 +37,7 @@ constexpr size_t kMaxSide = 16384;
 
 size_t RoundUp(size_t v, size_t to) { return (v + to - 1) / to * to; }
 
-VLReturn CheckGeometry(size_t width, size_t height, uint32_t format, VLPixelBufferRef* out) {
+VLReturn CheckGeometry(size_t width, size_t height, uint32_t format, const void* out) {
   if (out == nullptr) return kVLReturnInvalidArgument;
   if (format != kVLPixelFormatType_420YpCbCr8BiPlanarVideoRange) return kVLReturnInvalidPixelFormat;
   if (width == 0 || height == 0 || width > kMaxSide || height > kMaxSide) {
@@ -98,6 +111,85 @@ VLReturn VLPixelBufferCreateWithPlanarBytes(size_t width, size_t height, uint32_
   return kVLReturnSuccess;
 }
 
+namespace {
+
+void Free(VLPixelBufferRef buffer) {
+  if (buffer->release != nullptr) buffer->release(buffer->release_refcon, buffer->base);
+  std::free(buffer->owned);
+  delete buffer;
+}
+
+// A pooled buffer whose last reference went: kept for reuse while the pool
+// is open and has room, freed otherwise.
+void ReturnToPool(VLPixelBufferRef buffer) {
+  VLPixelBufferPool* pool = buffer->pool;
+  bool kept = false, last = false;
+  {
+    std::lock_guard<std::mutex> lock(pool->mutex);
+    if (pool->open && pool->kept.size() < kVLPixelBufferPoolKeep) {
+      pool->kept.push_back(buffer);
+      kept = true;
+    }
+    last = --pool->holders == 0;
+  }
+  if (!kept) Free(buffer);
+  if (last) delete pool;
+}
+
+}  // namespace
+
+VLReturn VLPixelBufferPoolCreate(size_t width, size_t height, uint32_t pixelFormatType,
+                                 VLPixelBufferPoolRef* poolOut) {
+  const VLReturn status = CheckGeometry(width, height, pixelFormatType, poolOut);
+  if (status != kVLReturnSuccess) return status;
+  auto* pool = new (std::nothrow) VLPixelBufferPool;
+  if (pool == nullptr) return kVLReturnAllocationFailed;
+  pool->width = width;
+  pool->height = height;
+  pool->kept.reserve(kVLPixelBufferPoolKeep);  // a release never allocates
+  *poolOut = pool;
+  return kVLReturnSuccess;
+}
+
+VLReturn VLPixelBufferPoolCreatePixelBuffer(VLPixelBufferPoolRef pool, VLPixelBufferRef* pixelBufferOut) {
+  if (pool == nullptr || pixelBufferOut == nullptr) return kVLReturnInvalidArgument;
+  {
+    std::lock_guard<std::mutex> lock(pool->mutex);
+    if (!pool->kept.empty()) {
+      VLPixelBufferRef b = pool->kept.back();
+      pool->kept.pop_back();
+      b->references.store(1, std::memory_order_relaxed);
+      b->locks.store(0, std::memory_order_relaxed);
+      ++pool->holders;
+      *pixelBufferOut = b;
+      return kVLReturnSuccess;
+    }
+  }
+  VLPixelBufferRef b = nullptr;
+  const VLReturn status =
+      VLPixelBufferCreate(pool->width, pool->height, kVLPixelFormatType_420YpCbCr8BiPlanarVideoRange, &b);
+  if (status != kVLReturnSuccess) return status;
+  b->pool = pool;
+  std::lock_guard<std::mutex> lock(pool->mutex);
+  ++pool->holders;
+  *pixelBufferOut = b;
+  return kVLReturnSuccess;
+}
+
+void VLPixelBufferPoolRelease(VLPixelBufferPoolRef pool) {
+  if (pool == nullptr) return;
+  std::vector<VLPixelBuffer*> kept;
+  bool last = false;
+  {
+    std::lock_guard<std::mutex> lock(pool->mutex);
+    pool->open = false;
+    kept.swap(pool->kept);
+    last = --pool->holders == 0;
+  }
+  for (VLPixelBufferRef b : kept) Free(b);
+  if (last) delete pool;
+}
+
 VLPixelBufferRef VLPixelBufferRetain(VLPixelBufferRef buffer) {
   if (buffer != nullptr) buffer->references.fetch_add(1, std::memory_order_relaxed);
   return buffer;
@@ -106,9 +198,11 @@ VLPixelBufferRef VLPixelBufferRetain(VLPixelBufferRef buffer) {
 void VLPixelBufferRelease(VLPixelBufferRef buffer) {
   if (buffer == nullptr) return;
   if (buffer->references.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-  if (buffer->release != nullptr) buffer->release(buffer->release_refcon, buffer->base);
-  std::free(buffer->owned);
-  delete buffer;
+  if (buffer->pool != nullptr) {
+    ReturnToPool(buffer);
+  } else {
+    Free(buffer);
+  }
 }
 
 VLReturn VLPixelBufferLockBaseAddress(VLPixelBufferRef buffer, uint64_t /*lockFlags*/) {
