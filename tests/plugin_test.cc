@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <random>
 #include <string>
@@ -78,7 +79,7 @@ void ExpectAffine(VLPixelBufferRef in, VLPixelBufferRef out, int width, int heig
   }
 }
 
-using PixelCheck = void (*)(VLPixelBufferRef in, VLPixelBufferRef out, int width, int height);
+using PixelCheck = std::function<void(VLPixelBufferRef in, VLPixelBufferRef out, int width, int height)>;
 
 class PluginTest : public testing::Test {
  protected:
@@ -207,6 +208,74 @@ TEST_F(PluginEndToEnd, TenThousandFramesOfChangingSizesKeepMemoryFlat) {
   constexpr long kSlackKib = 16 << 10;
 #endif
   EXPECT_LT(PeakKib() - peak_kib, kSlackKib) << "KiB more at the peak after " << count - 1000 << " more frames";
+}
+
+// Output frames come from a pool: a frame the host still holds is never
+// handed out again (nor written), a released one is, and frames of an
+// earlier size are freed when released after a size change.
+TEST_F(PluginEndToEnd, OutputFramesAreReusedOnlyAfterTheHostReleasesThem) {
+  const auto process = [&](VLPixelBufferRef frame, int w, int h) {
+    _tagVideoData in = Record(frame, w, h), out{};
+    EXPECT_EQ(sr_->ProcessData(&in, &out), SR_OK);
+    ExpectNearest(frame, out.pixelBuffer, w, h);
+    return out.pixelBuffer;
+  };
+  VLPixelBufferRef a = RandomFrame(64, 36, rng_), b = RandomFrame(64, 36, rng_), c = RandomFrame(65, 37, rng_);
+  VLPixelBufferRef first = process(a, 64, 36);
+  VLPixelBufferRef second = process(b, 64, 36);
+  EXPECT_NE(second, first);
+  ExpectNearest(a, first, 64, 36);  // still what it was
+  VLPixelBufferRelease(first);
+  VLPixelBufferRef third = process(b, 64, 36);
+  EXPECT_EQ(third, first);
+  VLPixelBufferRef other_size = process(c, 65, 37);
+  VLPixelBufferRelease(second);  // the old pool's: freed, as the sanitizers check
+  VLPixelBufferRelease(third);
+  VLPixelBufferRelease(other_size);
+  for (VLPixelBufferRef f : {a, b, c}) VLPixelBufferRelease(f);
+}
+
+// Luma as the whole tensor's prediction gives it, converted to bytes: what
+// the plug-in computes for the frame's own part of the tensor must equal it.
+void ExpectWholeTensorLuma(SRPlugin* p, VLPixelBufferRef out, int width, int height) {
+  auto prediction = p->fullModel->predictionFromRTC_input(p->inputTensor)->_161;
+  ASSERT_NE(prediction, nullptr);
+  const auto* whole = static_cast<const float*>(prediction->dataPointer());
+  const std::vector<uint8_t> y2 = PackedPlane(out, 0);
+  const int w2 = 2 * width, body = w2 / 8 * 8;
+  for (int r = 0; r < 2 * height; ++r) {
+    for (int c = 0; c < w2; ++c) {
+      ASSERT_EQ(y2[size_t(r) * w2 + c], vorlith::oracle::F32ToU8(whole[size_t(r) * 2 * p->modelWidth + c], c < body))
+          << "row " << r << " column " << c;
+    }
+  }
+}
+
+// A frame smaller than its tensor costs its own size: the plug-in computes
+// only its part of the prediction (three 3x3 convolutions deep here), and
+// gives the whole tensor's bytes there, at every size class, with zeros in
+// the tensor's margin and with values there (as a reused tensor may hold),
+// however many bands the conversions are split into.
+TEST_F(PluginTest, FramesGiveTheWholeTensorsBytesAtEverySizeClass) {
+  Start("tiny_sr.onnx", "tiny_sr.onnx");
+  std::uniform_real_distribution<float> margin(0.0f, 255.0f);
+  for (int i = 0; i < vorlith::kCandidateCount; ++i) {
+    const int w = vorlith::kCandidateWidths[i] - 1 - 2 * (i % 3), h = vorlith::kCandidateHeights[i] - 1 - i % 4;
+    SCOPED_TRACE(testing::Message() << w << "x" << h);
+    plugin()->bands = 1 + i % 5;
+    const PixelCheck check = [&](VLPixelBufferRef, VLPixelBufferRef out, int fw, int fh) {
+      ExpectWholeTensorLuma(plugin(), out, fw, fh);
+    };
+    ASSERT_EQ(RunFrame(w, h, check), SR_OK);
+    ASSERT_EQ(std::pair(plugin()->modelWidth, plugin()->modelHeight),
+              std::pair(vorlith::kCandidateWidths[i], vorlith::kCandidateHeights[i]));
+    if (i % 2 == 0) continue;
+    auto* tensor = static_cast<float*>(plugin()->inputTensor->dataPointer());
+    for (int r = 0; r < plugin()->modelHeight; ++r) {
+      for (int c = r < h ? w : 0; c < plugin()->modelWidth; ++c) tensor[size_t(r) * plugin()->modelWidth + c] = margin(rng_);
+    }
+    ASSERT_EQ(RunFrame(w, h, check), SR_OK);
+  }
 }
 
 TEST_F(PluginEndToEnd, SizeLimitsAndFormat) {

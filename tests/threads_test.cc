@@ -1,8 +1,11 @@
 // What the threading rules allow, done at once: two plug-ins on two threads,
-// two kernel contexts on two threads, and predictions from two threads on
-// one model. Each result must equal the same work done alone; under
+// two kernel contexts on two threads, predictions from two threads on one
+// model, and sixteen plug-ins on four host threads sharing the process's
+// workers. Each result must equal the same work done alone; under
 // ThreadSanitizer (VORLITH_TSAN) the runs must also be free of races.
 #include <gtest/gtest.h>
+
+#include <dirent.h>
 
 #include <memory>
 #include <random>
@@ -19,25 +22,40 @@ namespace {
 using vorlith::test::PackedPlane;
 using Output = std::vector<std::vector<uint8_t>>;
 
-// Frames of changing sizes through a new plug-in: the packed output luma.
+// One frame through a plug-in: the packed output luma and chroma.
+void Frame(SuperResolutionInterface* sr, int w, int h, std::mt19937& rng, Output* out) {
+  VLPixelBufferRef frame = vorlith::test::RandomFrame(w, h, rng);
+  _tagVideoData in{}, result{};
+  in.width = w;
+  in.height = h;
+  in.pixelBuffer = frame;
+  in.format = 1;
+  EXPECT_EQ(sr->ProcessData(&in, &result), SR_OK);
+  if (result.pixelBuffer != nullptr) {
+    out->push_back(PackedPlane(result.pixelBuffer, 0));
+    out->push_back(PackedPlane(result.pixelBuffer, 1));
+  }
+  VLPixelBufferRelease(result.pixelBuffer);
+  VLPixelBufferRelease(frame);
+}
+
+// Frames of changing sizes through a new plug-in.
 Output PluginRun(unsigned seed) {
   std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
   sr->Init("");
   std::mt19937 rng(seed);
   Output out;
-  for (auto [w, h] : {std::pair{64, 36}, {17, 9}, {130, 70}, {64, 36}}) {
-    VLPixelBufferRef frame = vorlith::test::RandomFrame(w, h, rng);
-    _tagVideoData in{}, result{};
-    in.width = w;
-    in.height = h;
-    in.pixelBuffer = frame;
-    in.format = 1;
-    EXPECT_EQ(sr->ProcessData(&in, &result), SR_OK);
-    if (result.pixelBuffer != nullptr) out.push_back(PackedPlane(result.pixelBuffer, 0));
-    VLPixelBufferRelease(result.pixelBuffer);
-    VLPixelBufferRelease(frame);
-  }
+  for (auto [w, h] : {std::pair{64, 36}, {17, 9}, {130, 70}, {64, 36}}) Frame(sr.get(), w, h, rng, &out);
   return out;
+}
+
+int ProcessThreads() {
+  int n = 0;
+  if (DIR* d = opendir("/proc/self/task")) {
+    while (const dirent* e = readdir(d)) n += e->d_name[0] != '.';
+    closedir(d);
+  }
+  return n;
 }
 
 // A kernel context of its own through a resampler, a filter and a conversion.
@@ -102,6 +120,43 @@ TEST(Threads, TwoPluginsTwoContextsAndOneSharedModel) {
   auto model = vorlith::Model::modelWithContentsOfURL(vorlith::test::FixturePath("tiny_sr.onnx"), &error);
   ASSERT_NE(model, nullptr) << error;
   ExpectSameAtOnce([&](unsigned seed) { return ModelRun(*model, seed); });
+}
+
+// Sixteen streams from four host threads, each thread taking its four
+// plug-ins in turn: the objects start no threads of their own (their
+// networks and conversions share the process's workers), and every frame
+// equals the one an object gives on its own.
+TEST(Threads, SixteenPluginsOnFourHostThreads) {
+  vorlith::test::ResourceDirectory networks("tiny_sr.onnx", "nearest2x.onnx");
+  constexpr int kObjects = 16, kHosts = 4;
+  const std::pair<int, int> sizes[] = {{96, 66}, {33, 17}, {96, 66}};
+  Output alone[kObjects];
+  for (int i = 0; i < kObjects; ++i) {
+    std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
+    sr->Init("");
+    std::mt19937 rng(100 + i);
+    for (auto [w, h] : sizes) Frame(sr.get(), w, h, rng, &alone[i]);
+  }
+  const int threads_before = ProcessThreads();
+  std::unique_ptr<SuperResolutionInterface> objects[kObjects];
+  std::vector<std::mt19937> rngs;
+  for (int i = 0; i < kObjects; ++i) {
+    objects[i].reset(SuperResolutionInterface::Create());
+    objects[i]->Init("");
+    rngs.emplace_back(100 + i);
+  }
+  EXPECT_EQ(ProcessThreads(), threads_before);
+  Output together[kObjects];
+  std::vector<std::thread> hosts;
+  for (int t = 0; t < kHosts; ++t) {
+    hosts.emplace_back([&, t] {
+      for (auto [w, h] : sizes) {
+        for (int i = t; i < kObjects; i += kHosts) Frame(objects[i].get(), w, h, rngs[i], &together[i]);
+      }
+    });
+  }
+  for (std::thread& h : hosts) h.join();
+  for (int i = 0; i < kObjects; ++i) EXPECT_EQ(together[i], alone[i]) << "object " << i;
 }
 
 }  // namespace

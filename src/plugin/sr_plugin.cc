@@ -1,9 +1,13 @@
 #include "src/plugin/sr_plugin.h"
 
+#include <algorithm>
 #include <cstring>
+#include <thread>
 #include <utility>
 
+#include "src/kernels/resize/linear_2x_nv.h"
 #include "src/platform/platform.h"
+#include "src/platform/worker_pool.h"
 #include "vorlith/convert.h"
 #include "vorlith/resize.h"
 
@@ -44,7 +48,12 @@ SRPlugin::SRPlugin()
       netTypeApplied(0),
       refusedWidth(-1),
       refusedHeight(-1),
-      legacyMode(0) {
+      legacyMode(0),
+      outputPool(nullptr),
+      outputPoolWidth(0),
+      outputPoolHeight(0),
+      bands(static_cast<int32_t>(std::clamp(std::thread::hardware_concurrency(), 1u, 16u))),
+      chromaScratch(static_cast<size_t>(bands)) {
   std::memcpy(candidateWidths, vorlith::kCandidateWidths, sizeof(candidateWidths));
   std::memcpy(candidateHeights, vorlith::kCandidateHeights, sizeof(candidateHeights));
   const float half[4] = {0.5f, 0.5f, 0.5f, 0.5f};
@@ -63,6 +72,7 @@ SRPlugin::~SRPlugin() {
     if (legacyBufB != nullptr) delete[] legacyBufB;
   }
   UInitLanczos1p5x(&kernelCtx);
+  VLPixelBufferPoolRelease(outputPool);
   inputTensor.reset();
   lightModel.reset();
   fullModel.reset();
@@ -126,7 +136,26 @@ int SRPlugin::Init(std::string /*unused*/) {
   return 0;
 }
 
+bool SRPlugin::PrepareOutput(uint32_t out_width, uint32_t out_height) {
+  if (outputPool != nullptr && outputPoolWidth == out_width && outputPoolHeight == out_height) return true;
+  // Frames of the old size still held by the host are freed when released.
+  VLPixelBufferPoolRelease(outputPool);
+  outputPool = nullptr;
+  if (VLPixelBufferPoolCreate(out_width, out_height, kVLPixelFormatType_420YpCbCr8BiPlanarVideoRange,
+                              &outputPool) != kVLReturnSuccess) {
+    return false;
+  }
+  outputPoolWidth = out_width;
+  outputPoolHeight = out_height;
+  return true;
+}
+
 namespace {
+
+// Fewer rows than this a band are not worth a worker's wake-up.
+constexpr int kMinBandRows = 32;
+
+int BandsFor(int bands, int rows) { return std::clamp(rows / kMinBandRows, 1, bands); }
 
 // Locks a buffer for the rest of a scope.
 class PlaneLock {
@@ -182,8 +211,8 @@ int SRPlugin::ProcessData(_tagVideoData* in, _tagVideoData* out) {
   const uint32_t out_width = 2 * in->width;
   const uint32_t out_height = 2 * in->height;
   VLPixelBufferRef target = nullptr;
-  if (VLPixelBufferCreate(out_width, out_height, kVLPixelFormatType_420YpCbCr8BiPlanarVideoRange,
-                          &target) != kVLReturnSuccess) {
+  if (!PrepareOutput(out_width, out_height) ||
+      VLPixelBufferPoolCreatePixelBuffer(outputPool, &target) != kVLReturnSuccess) {
     return SR_ERR_UNSUPPORTED;
   }
   std::shared_ptr<vorlith::MultiArray> output;
@@ -201,26 +230,60 @@ int SRPlugin::ProcessData(_tagVideoData* in, _tagVideoData* out) {
     const int uv_width = static_cast<int>(VLPixelBufferGetWidthOfPlane(source, 1));
     const int uv_height = static_cast<int>(VLPixelBufferGetHeightOfPlane(source, 1));
     auto* tensor = static_cast<float*>(inputTensor->dataPointer());
+    vorlith::platform::WorkerPool& pool = vorlith::platform::WorkerPool::Shared();
 
-    CvtU8ToF32_STRIDE(source_y, tensor, static_cast<int>(h), static_cast<int>(w), source_y_stride,
-                      modelWidth);
+    // Every step below works on bands of rows, each band's bytes the same as
+    // the whole plane's; the bands run on the process's worker pool.
+    const int in_rows = static_cast<int>(h);
+    const int in_bands = BandsFor(bands, in_rows);
+    pool.Run(in_bands, [&](int band) {
+      const int first = in_rows * band / in_bands, end = in_rows * (band + 1) / in_bands;
+      CvtU8ToF32_STRIDE(source_y + static_cast<ptrdiff_t>(first) * source_y_stride,
+                        tensor + static_cast<ptrdiff_t>(first) * modelWidth, end - first, static_cast<int>(w),
+                        source_y_stride, modelWidth);
+    });
+    // Only the output's top-left 2w x 2h is read, so only it is computed.
+    vorlith::PredictionOptions options;
+    options.outputRows = out_height;
+    options.outputColumns = out_width;
     if (deviceType == 1) {
       budgetMs = vorlith::kLightBudgetMs;
-      if (lightModel) output = lightModel->predictionFromRTC_input(inputTensor)->_161;
+      if (lightModel) {
+        output = lightModel->predictionFromFeatures(*vorlith::RTC_degradeInput::initWithRTC_input(inputTensor),
+                                                    options)->_161;
+      }
     } else if (deviceType == 2) {
       budgetMs = vorlith::kFullBudgetMs;
-      if (fullModel) output = fullModel->predictionFromRTC_input(inputTensor)->_161;
+      if (fullModel) {
+        output = fullModel->predictionFromFeatures(*vorlith::RTCInput::initWithRTC_input(inputTensor), options)->_161;
+      }
     }
     // A failed prediction is reported instead of read through.
     const std::vector<int64_t> want = {1, 1, 2 * int64_t{modelHeight}, 2 * int64_t{modelWidth}};
     if (output == nullptr || output->shape() != want) {
       output.reset();
     } else {
-      Linear_2x_nv(&kernelCtx, source_uv, target_uv, uv_height, uv_width, source_uv_stride,
-                   target_uv_stride);
-      CvtF32ToU8_STRIDE(static_cast<float*>(output->dataPointer()), target_y,
-                        static_cast<int>(out_height), static_cast<int>(out_width),
-                        2 * modelWidth, target_y_stride);
+      // Chroma bands split its 2 * uv_height rows at odd rows, where each
+      // band's first source row is the previous band's last.
+      const int uv_rows = 2 * uv_height, luma_rows = static_cast<int>(out_height);
+      const int out_bands = BandsFor(bands, luma_rows);
+      const auto uv_bound = [&](int band) {
+        return band == 0 ? 0 : band == out_bands ? uv_rows : 2 * (uv_height * band / out_bands) + 1;
+      };
+      float* luma = static_cast<float*>(output->dataPointer());
+      if (chromaScratch.size() < static_cast<size_t>(out_bands)) chromaScratch.resize(static_cast<size_t>(out_bands));
+      for (int band = 0; band < out_bands; ++band) {
+        std::vector<int16_t>& scratch = chromaScratch[static_cast<size_t>(band)];
+        scratch.resize(std::max(scratch.size(), 8 * static_cast<size_t>(uv_width)));
+      }
+      pool.Run(out_bands, [&](int band) {
+        vorlith::Linear2xNvRows(chromaScratch[static_cast<size_t>(band)].data(), source_uv, target_uv, uv_height, uv_width, source_uv_stride,
+                                target_uv_stride, uv_bound(band), uv_bound(band + 1));
+        const int first = luma_rows * band / out_bands, end = luma_rows * (band + 1) / out_bands;
+        CvtF32ToU8_STRIDE(luma + static_cast<ptrdiff_t>(first) * 2 * modelWidth,
+                          target_y + static_cast<ptrdiff_t>(first) * target_y_stride, end - first,
+                          static_cast<int>(out_width), 2 * modelWidth, target_y_stride);
+      });
       out->pixelBuffer = target;
       out->width = out_width;
       out->height = out_height;

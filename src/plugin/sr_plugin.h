@@ -6,9 +6,11 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "vorlith/kernel_context.h"
 #include "vorlith/model.h"
+#include "vorlith/pixel_buffer.h"
 #include "vorlith/plugin.h"
 
 namespace vorlith {
@@ -70,9 +72,19 @@ class SRPlugin : public SuperResolutionInterface {
   int32_t refusedWidth;
   int32_t refusedHeight;
   int32_t legacyMode;
+  // Output frames of the current size, reused once the host releases them.
+  VLPixelBufferPoolRef outputPool;
+  uint32_t outputPoolWidth;
+  uint32_t outputPoolHeight;
+  // Row bands the conversions and the chroma kernel are split into, and the
+  // chroma kernel's two-row scratch for each.
+  int32_t bands;
+  std::vector<std::vector<int16_t>> chromaScratch;
 
  private:
   std::shared_ptr<vorlith::MultiArray> NewInputTensor() const;
+  // Makes the pool and the chroma scratch fit out_width x out_height frames.
+  bool PrepareOutput(uint32_t out_width, uint32_t out_height);
 };
 
 #endif  // VORLITH_SRC_PLUGIN_SR_PLUGIN_H_
