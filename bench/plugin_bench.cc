@@ -1,6 +1,8 @@
 // ProcessData end to end: with a fixture network, for the share of its time
-// spent outside the network (luma in and out, chroma, buffers, governor), and
-// with the shipped networks, for the milliseconds per frame a host sees.
+// spent outside the network (luma in and out, chroma, buffers, governor);
+// with the shipped networks, for the milliseconds per frame a host sees, for
+// what a frame costs against the network on a tensor of its own size, and
+// for many streams at once.
 #include <benchmark/benchmark.h>
 
 #include <chrono>
@@ -13,6 +15,7 @@
 #include "bench/fma_peak.h"
 #include "src/model/onnx_graph.h"
 #include "src/platform/platform.h"
+#include "src/plugin/sr_plugin.h"
 #include "vorlith/model.h"
 #include "vorlith/plugin.h"
 #include "bench/bench_frames.h"
@@ -195,8 +198,137 @@ void BM_Network(benchmark::State& state) {
   ReportShareOfPeak(state, NetworkMacs(file, f.h, f.w), total, threads);
 }
 
+// Sizes for what a frame costs: frames that fill their tensor and frames
+// that do not (720x404 runs on a 960x540 tensor, 400x300 on 480x360, 100x60
+// on 320x180).
+constexpr Frame kCostFrames[] = {{1280, 720}, {640, 360}, {720, 404}, {400, 300}, {100, 60}};
+
+// ProcessData with a shipped network (frozen clock: the network never
+// changes), side by side with that network alone on a tensor of the frame's
+// own size and on the tensor ProcessData uses: the ratio to the first is
+// what the frame costs over its own pixels' network time, and the difference
+// from the second what ProcessData spends outside the network.
+void BM_FrameCost(benchmark::State& state) {
+  const Frame f = kCostFrames[state.range(0)];
+  const bool full = state.range(1) == 0;
+  vorlith::platform::SetResourceDirectoryForTest(VORLITH_BENCH_MODELS);
+  vorlith::platform::SetClockForTest([] { return int64_t{0}; });
+  std::unique_ptr<SuperResolutionInterface> sr(SuperResolutionInterface::Create());
+  sr->SelectNetType(full ? NET_TYPE_FULL : NET_TYPE_LIGHT);
+  sr->Init("");
+  const auto* plugin = reinterpret_cast<const SRPlugin*>(sr.get());
+  VLPixelBufferRef frame = NewFrame(f.w, f.h);
+  _tagVideoData in = Record(frame, f), out{};
+  // The same network file, loaded as the plug-in loads it.
+  auto network = vorlith::RTC::initWithContentsOfURL(std::string(VORLITH_BENCH_MODELS) +
+                                                     (full ? "/RTC.onnx" : "/RTC_degrade.onnx"));
+  const int status = sr->ProcessData(&in, &out);  // picks the tensor
+  VLPixelBufferRelease(out.pixelBuffer);
+  if (network == nullptr || status != (full ? SR_OK : SR_OK_LIGHT)) {
+    state.SkipWithError("ProcessData failed (are models/*.onnx there?)");
+    return;
+  }
+  auto own = vorlith::MultiArray::initWithShape({1, 1, f.h, f.w}, vorlith::MultiArrayDataType::Float32);
+  auto tensor = vorlith::MultiArray::initWithShape({1, 1, plugin->modelHeight, plugin->modelWidth},
+                                                   vorlith::MultiArrayDataType::Float32);
+  for (auto& t : {own, tensor}) {
+    auto* p = static_cast<float*>(t->dataPointer());
+    for (int64_t i = 0; i < t->count(); ++i) p[i] = static_cast<float>((i * 37) & 255);
+  }
+  double process = 0, own_net = 0, tensor_net = 0;
+  for (auto _ : state) {
+    const auto t0 = std::chrono::steady_clock::now();
+    sr->ProcessData(&in, &out);
+    const auto t1 = std::chrono::steady_clock::now();
+    VLPixelBufferRelease(out.pixelBuffer);
+    const auto t2 = std::chrono::steady_clock::now();
+    benchmark::DoNotOptimize(network->predictionFromRTC_input(own));
+    const auto t3 = std::chrono::steady_clock::now();
+    benchmark::DoNotOptimize(network->predictionFromRTC_input(tensor));
+    const auto t4 = std::chrono::steady_clock::now();
+    process += Seconds(t0, t1);
+    own_net += Seconds(t2, t3);
+    tensor_net += Seconds(t3, t4);
+    state.SetIterationTime(Seconds(t0, t1));
+  }
+  const double n = static_cast<double>(state.iterations());
+  state.SetLabel(std::to_string(f.w) + "x" + std::to_string(f.h) + " on " + std::to_string(plugin->modelWidth) +
+                 "x" + std::to_string(plugin->modelHeight) + (full ? ", full" : ", light"));
+  if (n > 0) {
+    state.counters["process_ms"] = 1e3 * process / n;
+    state.counters["own_size_net_ms"] = 1e3 * own_net / n;
+    state.counters["tensor_net_ms"] = 1e3 * tensor_net / n;
+    state.counters["cost_over_own_size"] = process / own_net;
+    state.counters["outside_net_ms"] = 1e3 * (process - own_net) / n;
+  }
+  VLPixelBufferRelease(frame);
+  vorlith::platform::SetClockForTest(nullptr);
+  vorlith::platform::SetResourceDirectoryForTest("");
+}
+
+// Many streams on one machine: sixteen plug-in objects fed 640x360 frames
+// from four host threads, against one object fed the same number of frames
+// from one thread, both in every iteration. streams_share is the sixteen
+// objects' throughput over the one object's.
+void BM_SixteenStreams(benchmark::State& state) {
+  constexpr int kObjects = 16, kHosts = 4;
+  const Frame f = kFrames[0];
+  vorlith::platform::SetResourceDirectoryForTest(VORLITH_BENCH_MODELS);
+  vorlith::platform::SetClockForTest([] { return int64_t{0}; });
+  std::unique_ptr<SuperResolutionInterface> objects[kObjects];
+  for (auto& sr : objects) {
+    sr.reset(SuperResolutionInterface::Create());
+    sr->Init("");
+  }
+  std::unique_ptr<SuperResolutionInterface> single(SuperResolutionInterface::Create());
+  single->Init("");
+  VLPixelBufferRef frame = NewFrame(f.w, f.h);
+  const auto run = [&](SuperResolutionInterface* sr) {
+    _tagVideoData in = Record(frame, f), out{};
+    const int status = sr->ProcessData(&in, &out);
+    VLPixelBufferRelease(out.pixelBuffer);
+    return status == SR_OK;
+  };
+  bool ok = run(single.get());
+  for (auto& sr : objects) ok = run(sr.get()) && ok;
+  if (!ok) {
+    state.SkipWithError("ProcessData failed (are models/*.onnx there?)");
+    return;
+  }
+  double one = 0, many = 0;
+  for (auto _ : state) {
+    const auto t0 = std::chrono::steady_clock::now();
+    for (int i = 0; i < kObjects; ++i) run(single.get());
+    const auto t1 = std::chrono::steady_clock::now();
+    std::thread hosts[kHosts];
+    for (int t = 0; t < kHosts; ++t) {
+      hosts[t] = std::thread([&, t] {
+        for (int i = t; i < kObjects; i += kHosts) run(objects[i].get());
+      });
+    }
+    for (std::thread& h : hosts) h.join();
+    const auto t2 = std::chrono::steady_clock::now();
+    one += Seconds(t0, t1);
+    many += Seconds(t1, t2);
+    state.SetIterationTime(Seconds(t1, t2));
+  }
+  const double n = static_cast<double>(state.iterations());
+  if (n > 0) {
+    state.counters["one_object_ms_per_frame"] = 1e3 * one / n / kObjects;
+    state.counters["sixteen_ms_per_frame"] = 1e3 * many / n / kObjects;
+    state.counters["streams_share"] = one / many;
+  }
+  VLPixelBufferRelease(frame);
+  vorlith::platform::SetClockForTest(nullptr);
+  vorlith::platform::SetResourceDirectoryForTest("");
+}
+
 }  // namespace
 
+// frame: 1280x720, 640x360, 720x404, 400x300, 100x60; net:0 full, 1 light.
+BENCHMARK(BM_FrameCost)->ArgNames({"frame", "net"})->ArgsProduct({{0, 1, 2, 3, 4}, {0, 1}})
+    ->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SixteenStreams)->UseManualTime()->Unit(benchmark::kMillisecond);
 // frame:0 is 640x360, frame:1 is 1280x720; net:0 is RTC (full), net:1 RTC_degrade.
 BENCHMARK(BM_ProcessDataShipped)->ArgNames({"frame", "net"})->ArgsProduct({{0, 1}, {0, 1}})
     ->UseManualTime()->Unit(benchmark::kMillisecond);
