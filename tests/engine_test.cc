@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 #include <map>
+#include <mutex>
 #include <random>
 #include <utility>
 #include <string>
@@ -333,13 +334,14 @@ INSTANTIATE_TEST_SUITE_P(Graphs, Quantised, testing::ValuesIn(kQCases),
 // A run limited to the output's top-left part computes only what that part
 // depends on: the values there are the whole run's bit for bit, float and
 // quantised, on every target and thread count, and nothing else of the
-// output is written. Regions change between runs, so buffers are re-planned.
+// output is written. Each of the part's rows is reported once, already
+// final. Regions change between runs, so buffers are re-planned.
 TEST(Engine, ARegionHoldsTheWholeRunsValuesAndNothingElseIsWritten) {
   const std::pair<const char*, Graph> cases[] = {
       {"chain8", Chain(8, 3, 21)}, {"mixed", Mixed(22)}, {"resizes", Resizes(23)}, {"qchain5", QChain(5, 1, 24)},
       {"qmixed", QMixed(25)}};
   const int64_t h = 23, w = 70;  // uneven region columns end inside and past the vectors
-  const Network::Region regions[] = {{1, 1}, {5, 17}, {0, 33}, {30, 0}, {46, 139}, {0, 0}, {999, 999}};
+  const std::pair<int64_t, int64_t> regions[] = {{1, 1}, {5, 17}, {0, 33}, {30, 0}, {46, 139}, {0, 0}, {999, 999}};
   const std::vector<float> in = Input(h, w, 5);
   const float untouched = -7.0f;
   for (const auto& [name, graph] : cases) {
@@ -351,13 +353,26 @@ TEST(Engine, ARegionHoldsTheWholeRunsValuesAndNothingElseIsWritten) {
       std::vector<int64_t> shape, region_shape;
       std::string error;
       ASSERT_TRUE(whole->Run(in.data(), {1, 1, h, w}, &expected, &shape, &error)) << error;
-      const int64_t oh = shape[2], ow = shape[3];
-      for (const Network::Region& r : regions) {
-        SCOPED_TRACE(std::to_string(r.rows) + " rows, " + std::to_string(r.columns) + " columns");
-        const int64_t rows = r.rows > 0 ? std::min(r.rows, oh) : oh, cols = r.columns > 0 ? std::min(r.columns, ow) : ow;
+      const int64_t channels = shape[1], oh = shape[2], ow = shape[3];
+      for (const auto& [r_rows, r_columns] : regions) {
+        SCOPED_TRACE(std::to_string(r_rows) + " rows, " + std::to_string(r_columns) + " columns");
+        const int64_t rows = r_rows > 0 ? std::min(r_rows, oh) : oh, cols = r_columns > 0 ? std::min(r_columns, ow) : ow;
         for (Network* net : {one.get(), three.get()}) {
           std::vector<float> out(expected.size(), untouched);
-          ASSERT_TRUE(net->Run(in.data(), {1, 1, h, w}, r, &out, &region_shape, &error)) << error;
+          std::mutex mutex;
+          std::vector<int> reports(size_t(oh), 0);
+          int64_t early = 0;  // report entries that differed from the final values
+          Network::Region region{r_rows, r_columns, [&](const float* o, int64_t first, int64_t end) {
+            std::lock_guard<std::mutex> lock(mutex);
+            for (int64_t y = first; y < end; ++y) {
+              ++reports[size_t(y)];
+              for (int64_t c = 0; c < channels; ++c) {
+                const size_t at = size_t((c * oh + y) * ow);
+                early += std::memcmp(o + at, &expected[at], size_t(cols) * sizeof(float)) != 0;
+              }
+            }
+          }};
+          ASSERT_TRUE(net->Run(in.data(), {1, 1, h, w}, region, &out, &region_shape, &error)) << error;
           ASSERT_EQ(region_shape, shape);
           for (size_t i = 0; i < out.size(); ++i) {
             const int64_t y = int64_t(i) / ow % oh, x = int64_t(i) % ow;
@@ -365,10 +380,12 @@ TEST(Engine, ARegionHoldsTheWholeRunsValuesAndNothingElseIsWritten) {
             ASSERT_EQ(std::memcmp(&out[i], inside ? &expected[i] : &untouched, 4), 0)
                 << (inside ? "inside" : "outside") << " the region: row " << y << " column " << x;
           }
+          EXPECT_EQ(early, 0);
+          for (int64_t y = 0; y < oh; ++y) ASSERT_EQ(reports[size_t(y)], y < rows ? 1 : 0) << "row " << y;
         }
       }
       std::vector<float> out;
-      EXPECT_FALSE(one->Run(in.data(), {1, 1, h, w}, {-1, 0}, &out, &region_shape, &error));
+      EXPECT_FALSE(one->Run(in.data(), {1, 1, h, w}, {-1, 0, nullptr}, &out, &region_shape, &error));
       EXPECT_EQ(error, "a negative output region");
     });
   }

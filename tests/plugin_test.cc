@@ -269,7 +269,7 @@ TEST_F(PluginTest, FramesGiveTheWholeTensorsBytesAtEverySizeClass) {
     ASSERT_EQ(RunFrame(w, h, check), SR_OK);
     ASSERT_EQ(std::pair(plugin()->modelWidth, plugin()->modelHeight),
               std::pair(vorlith::kCandidateWidths[i], vorlith::kCandidateHeights[i]));
-    if (i % 2 == 0) continue;
+    if (i % 4 != 1) continue;
     auto* tensor = static_cast<float*>(plugin()->inputTensor->dataPointer());
     for (int r = 0; r < plugin()->modelHeight; ++r) {
       for (int c = r < h ? w : 0; c < plugin()->modelWidth; ++c) tensor[size_t(r) * plugin()->modelWidth + c] = margin(rng_);

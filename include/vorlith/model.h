@@ -99,6 +99,12 @@ class VORLITH_API PredictionOptions {
   // recycles: read only the part asked for.
   int64_t outputRows = 0;
   int64_t outputColumns = 0;
+  // Called during the prediction, on the runtime's threads (several at once,
+  // for different rows), each time rows [firstRow, endRow) of the output
+  // (every channel, within outputColumns) are final in `output`, the storage
+  // the returned array will hold; each row asked for is reported once. Lets
+  // a caller use rows while they are in the caches. Must not throw.
+  std::function<void(const float* output, int64_t firstRow, int64_t endRow)> outputRowsReady;
 };
 
 class VORLITH_API BatchProvider {

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -118,7 +119,7 @@ class Engine final : public Network {
     return {1, out.channels, out.height.At(input_shape[2]), out.width.At(input_shape[3])};
   }
 
-  bool Run(const float* input, const std::vector<int64_t>& input_shape, Region region,
+  bool Run(const float* input, const std::vector<int64_t>& input_shape, const Region& region,
            std::vector<float>* output, std::vector<int64_t>* output_shape, std::string* error) override {
     std::string scratch;
     if (error == nullptr) error = &scratch;
@@ -157,9 +158,10 @@ class Engine final : public Network {
       Engine* engine;
       const float* input;
       float* output;
-    } job{this, input, output->data()};
+      const Region* region;
+    } job{this, input, output->data(), &region};
     platform::WorkerPool::Shared().Run(static_cast<int>(bands_.size()), [&job](int band) {
-      job.engine->RunBand(job.engine->bands_[band], job.input, job.output);
+      job.engine->RunBand(job.engine->bands_[band], job.input, job.output, job.region->on_rows);
     });
     return true;
   }
@@ -477,15 +479,25 @@ class Engine final : public Network {
     }
   }
 
-  void RunBand(Band& b, const float* input, float* output) const {
+  // Output rows go to the caller a few at a time, while they are still in
+  // the caches.
+  static constexpr int64_t kRowsPerCall = 8;
+
+  void RunBand(Band& b, const float* input, float* output,
+               const std::function<void(const float*, int64_t, int64_t)>& on_rows) const {
     b.next = b.first;
     const Shape& out = layout_.shapes[graph_.output];
+    int64_t reported = b.first_out;
     for (int64_t y = b.first_out; y < b.end_out; ++y) {
       Ensure<true>(b, graph_.output, y, input);
       const float* row = RowOf(b, graph_.output, y);
       for (int64_t c = 0; c < out.channels; ++c) {
         std::memcpy(output + (c * out.height + y) * out.width, row + c * out.stride,
                     static_cast<size_t>(out.columns) * sizeof(float));
+      }
+      if (on_rows && (y + 1 - reported == kRowsPerCall || y + 1 == b.end_out)) {
+        on_rows(output, reported, y + 1);
+        reported = y + 1;
       }
     }
   }

@@ -167,6 +167,7 @@ std::shared_ptr<FeatureProvider> Model::predictionFromFeatures(const FeatureProv
   model::Network::Region region;
   region.rows = options.outputRows;
   region.columns = options.outputColumns;
+  region.on_rows = options.outputRowsReady;
   if (!network_->Run(static_cast<const float*>(array.dataPointer()), shape, region, &out, &out_shape,
                      &why)) {
     return fail(why);

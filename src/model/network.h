@@ -5,6 +5,7 @@
 #define VORLITH_SRC_MODEL_NETWORK_H_
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -65,9 +66,12 @@ class Network {
 
   // The part of the output a run computes: its top `rows` rows and left
   // `columns` columns, 0 meaning all of that dimension (and more than the
-  // output has, all of it).
+  // output has, all of it). `on_rows`, if set, is called on the threads
+  // that compute them each time rows [first, end) of `output` (the output
+  // vector's data, every channel) are final, each row of the part once.
   struct Region {
     int64_t rows = 0, columns = 0;
+    std::function<void(const float* output, int64_t first, int64_t end)> on_rows;
   };
 
   // Runs the network on a float32 NCHW input of shape `input_shape`
@@ -79,7 +83,7 @@ class Network {
   // gives; the rest of `output` is left as it was (resized to the full
   // output). Safe to call from several threads: runs on one network object
   // take turns.
-  virtual bool Run(const float* input, const std::vector<int64_t>& input_shape, Region region,
+  virtual bool Run(const float* input, const std::vector<int64_t>& input_shape, const Region& region,
                    std::vector<float>* output, std::vector<int64_t>* output_shape, std::string* error) = 0;
   bool Run(const float* input, const std::vector<int64_t>& input_shape, std::vector<float>* output,
            std::vector<int64_t>* output_shape, std::string* error) {

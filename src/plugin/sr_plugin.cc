@@ -232,20 +232,47 @@ int SRPlugin::ProcessData(_tagVideoData* in, _tagVideoData* out) {
     auto* tensor = static_cast<float*>(inputTensor->dataPointer());
     vorlith::platform::WorkerPool& pool = vorlith::platform::WorkerPool::Shared();
 
-    // Every step below works on bands of rows, each band's bytes the same as
-    // the whole plane's; the bands run on the process's worker pool.
-    const int in_rows = static_cast<int>(h);
+    // The conversions work on bands of rows, each band's bytes the same as
+    // the whole plane's, on the process's worker pool. The chroma goes with
+    // the luma into the tensor; its bands split the 2 * uv_height output rows
+    // at odd rows, where each band's first source row is the previous band's
+    // last.
+    const int in_rows = static_cast<int>(h), uv_rows = 2 * uv_height;
     const int in_bands = BandsFor(bands, in_rows);
+    const auto uv_bound = [&](int band) {
+      return band == 0 ? 0 : band == in_bands ? uv_rows : 2 * (uv_height * band / in_bands) + 1;
+    };
+    if (chromaScratch.size() < static_cast<size_t>(in_bands)) chromaScratch.resize(static_cast<size_t>(in_bands));
+    for (int band = 0; band < in_bands; ++band) {
+      std::vector<int16_t>& scratch = chromaScratch[static_cast<size_t>(band)];
+      scratch.resize(std::max(scratch.size(), 8 * static_cast<size_t>(uv_width)));
+    }
     pool.Run(in_bands, [&](int band) {
       const int first = in_rows * band / in_bands, end = in_rows * (band + 1) / in_bands;
       CvtU8ToF32_STRIDE(source_y + static_cast<ptrdiff_t>(first) * source_y_stride,
                         tensor + static_cast<ptrdiff_t>(first) * modelWidth, end - first, static_cast<int>(w),
                         source_y_stride, modelWidth);
+      vorlith::Linear2xNvRows(chromaScratch[static_cast<size_t>(band)].data(), source_uv, target_uv, uv_height,
+                              uv_width, source_uv_stride, target_uv_stride, uv_bound(band), uv_bound(band + 1));
     });
-    // Only the output's top-left 2w x 2h is read, so only it is computed.
+    // Only the output's top-left 2w x 2h is read, so only it is computed;
+    // its rows become bytes as the network's threads finish them, while
+    // they are still in the caches.
     vorlith::PredictionOptions options;
     options.outputRows = out_height;
     options.outputColumns = out_width;
+    const int out_stride = 2 * modelWidth;
+    const std::vector<int64_t> want = {1, 1, 2 * int64_t{modelHeight}, 2 * int64_t{modelWidth}};
+    const std::shared_ptr<vorlith::Model> model =
+        deviceType == 1 ? (lightModel ? lightModel->model() : nullptr) : (fullModel ? fullModel->model() : nullptr);
+    // Rows are read in the layout the frame expects only from a network that
+    // gives that shape; any other output is refused below.
+    if (model != nullptr && model->outputShapeForInputShape({1, 1, modelHeight, modelWidth}) == want) {
+      options.outputRowsReady = [&](const float* luma, int64_t first, int64_t end) {
+        CvtF32ToU8_STRIDE(const_cast<float*>(luma) + first * out_stride, target_y + first * target_y_stride,
+                          static_cast<int>(end - first), static_cast<int>(out_width), out_stride, target_y_stride);
+      };
+    }
     if (deviceType == 1) {
       budgetMs = vorlith::kLightBudgetMs;
       if (lightModel) {
@@ -259,31 +286,9 @@ int SRPlugin::ProcessData(_tagVideoData* in, _tagVideoData* out) {
       }
     }
     // A failed prediction is reported instead of read through.
-    const std::vector<int64_t> want = {1, 1, 2 * int64_t{modelHeight}, 2 * int64_t{modelWidth}};
-    if (output == nullptr || output->shape() != want) {
+    if (output == nullptr || output->shape() != want || !options.outputRowsReady) {
       output.reset();
     } else {
-      // Chroma bands split its 2 * uv_height rows at odd rows, where each
-      // band's first source row is the previous band's last.
-      const int uv_rows = 2 * uv_height, luma_rows = static_cast<int>(out_height);
-      const int out_bands = BandsFor(bands, luma_rows);
-      const auto uv_bound = [&](int band) {
-        return band == 0 ? 0 : band == out_bands ? uv_rows : 2 * (uv_height * band / out_bands) + 1;
-      };
-      float* luma = static_cast<float*>(output->dataPointer());
-      if (chromaScratch.size() < static_cast<size_t>(out_bands)) chromaScratch.resize(static_cast<size_t>(out_bands));
-      for (int band = 0; band < out_bands; ++band) {
-        std::vector<int16_t>& scratch = chromaScratch[static_cast<size_t>(band)];
-        scratch.resize(std::max(scratch.size(), 8 * static_cast<size_t>(uv_width)));
-      }
-      pool.Run(out_bands, [&](int band) {
-        vorlith::Linear2xNvRows(chromaScratch[static_cast<size_t>(band)].data(), source_uv, target_uv, uv_height, uv_width, source_uv_stride,
-                                target_uv_stride, uv_bound(band), uv_bound(band + 1));
-        const int first = luma_rows * band / out_bands, end = luma_rows * (band + 1) / out_bands;
-        CvtF32ToU8_STRIDE(luma + static_cast<ptrdiff_t>(first) * 2 * modelWidth,
-                          target_y + static_cast<ptrdiff_t>(first) * target_y_stride, end - first,
-                          static_cast<int>(out_width), 2 * modelWidth, target_y_stride);
-      });
       out->pixelBuffer = target;
       out->width = out_width;
       out->height = out_height;
