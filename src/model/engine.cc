@@ -110,6 +110,7 @@ class Engine final : public Network {
     Plan();
   }
 
+  int64_t InputMargin() const override { return model::InputMargin(graph_); }
   const std::string& InputName() const override { return graph_.input_name; }
   const std::string& OutputName() const override { return graph_.output_name; }
 

@@ -55,6 +55,11 @@ class Network {
   // The engine for a graph already imported (or built in code).
   static std::unique_ptr<Network> FromGraph(Graph graph, int threads);
 
+  // How far, in input pixels, an output pixel's value may reach beyond the
+  // input pixels under it (see InputMargin in onnx_graph.h): the overlap
+  // that makes tiles of an input give the whole input's values.
+  virtual int64_t InputMargin() const = 0;
+
   // Names of the graph's single input and single output, as in the file.
   virtual const std::string& InputName() const = 0;
   virtual const std::string& OutputName() const = 0;

@@ -851,4 +851,31 @@ bool ImportOnnxBytes(const std::string& bytes, const std::string& name, Graph* g
   return true;
 }
 
+int64_t InputMargin(const Graph& graph) {
+  // Reach in input pixels, kept in units of 1/scale of each activation's
+  // own pixels: an activation at scale s reaches r of its pixels = r/s input
+  // pixels.
+  std::vector<double> reach(graph.activations.size(), 0.0);
+  for (const Op& op : graph.ops) {
+    double in = 0.0;
+    for (int i : op.inputs) in = std::max(in, reach[i]);
+    const double scale = static_cast<double>(
+        std::max<int64_t>(1, std::min(graph.activations[op.inputs[0]].height.scale,
+                                      graph.activations[op.inputs[0]].width.scale)));
+    double own = 0.0;  // this op's reach in its input's pixels
+    switch (op.kind) {
+      case OpKind::kConv:
+      case OpKind::kQConv:
+        own = static_cast<double>(std::max({op.pad_top, op.pad_left, op.kernel_h - 1 - op.pad_top,
+                                            op.kernel_w - 1 - op.pad_left}));
+        break;
+      case OpKind::kDepthToSpace:
+      case OpKind::kResizeBilinear: own = 1.0; break;
+      default: break;
+    }
+    reach[op.output] = std::max(reach[op.output], in + own / scale);
+  }
+  return static_cast<int64_t>(std::ceil(reach[graph.output])) + 1;
+}
+
 }  // namespace vorlith::model

@@ -91,6 +91,12 @@ struct Graph {
   std::vector<Op> ops;  // in execution order
 };
 
+// How many input pixels beyond those under it an output pixel may depend on,
+// on any side: a bound from the kernels' reach, the resizes' neighbours and
+// the depth-to-space blocks, rounded up. Tiles of an input that overlap by
+// this much give, away from the tiles' cut edges, what the whole input gives.
+int64_t InputMargin(const Graph& graph);
+
 // Reads `path` into *graph. On failure returns false and a one-line reason.
 bool ImportOnnx(const std::string& path, Graph* graph, std::string* error);
 // The same for a file's contents; `name` stands for the file in messages.
