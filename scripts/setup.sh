@@ -7,6 +7,8 @@ set -euo pipefail
 
 packages=(cmake ninja-build g++ pkg-config libhwy-dev libgtest-dev libbenchmark-dev libyuv-dev libopencv-dev)
 packages+=(libonnx-dev libprotobuf-dev)
+# The Python package and its tests: pybind11 over the checked layer, NumPy, pytest.
+packages+=(pybind11-dev python3-dev python3-numpy python3-pytest)
 # The command-line host: FFmpeg's libraries, its parser, and ffmpeg/ffprobe for
 # its tests.
 packages+=(libavformat-dev libavcodec-dev libswscale-dev libavutil-dev libcli11-dev ffmpeg)

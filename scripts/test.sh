@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs every test suite:
-#   1. native (x86-64 here), every SIMD target the CPU runs;
+#   1. native (x86-64 here), every SIMD target the CPU runs, and the Python
+#      package's pytest suite;
 #   2. native again under AddressSanitizer and UndefinedBehaviorSanitizer;
 #   3. aarch64, cross-compiled and run under qemu-aarch64 (NEON, SVE, scalar);
 #   4. the concurrency tests under ThreadSanitizer;
@@ -30,7 +31,8 @@ run_suite() {
 
 for s in "${suites[@]}"; do
   case "$s" in
-    native) run_suite native -DCMAKE_BUILD_TYPE=Release ;;
+    # Debian's interpreter: the one with python3-numpy and python3-pytest.
+    native) run_suite native -DCMAKE_BUILD_TYPE=Release -DPython3_EXECUTABLE=/usr/bin/python3 ;;
     sanitize) run_suite sanitize -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVORLITH_SANITIZE=ON ;;
     aarch64)
       run_suite aarch64 -DCMAKE_BUILD_TYPE=Release \
