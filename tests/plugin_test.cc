@@ -210,31 +210,6 @@ TEST_F(PluginEndToEnd, TenThousandFramesOfChangingSizesKeepMemoryFlat) {
   EXPECT_LT(PeakKib() - peak_kib, kSlackKib) << "KiB more at the peak after " << count - 1000 << " more frames";
 }
 
-// Output frames come from a pool: a frame the host still holds is never
-// handed out again (nor written), a released one is, and frames of an
-// earlier size are freed when released after a size change.
-TEST_F(PluginEndToEnd, OutputFramesAreReusedOnlyAfterTheHostReleasesThem) {
-  const auto process = [&](VLPixelBufferRef frame, int w, int h) {
-    _tagVideoData in = Record(frame, w, h), out{};
-    EXPECT_EQ(sr_->ProcessData(&in, &out), SR_OK);
-    ExpectNearest(frame, out.pixelBuffer, w, h);
-    return out.pixelBuffer;
-  };
-  VLPixelBufferRef a = RandomFrame(64, 36, rng_), b = RandomFrame(64, 36, rng_), c = RandomFrame(65, 37, rng_);
-  VLPixelBufferRef first = process(a, 64, 36);
-  VLPixelBufferRef second = process(b, 64, 36);
-  EXPECT_NE(second, first);
-  ExpectNearest(a, first, 64, 36);  // still what it was
-  VLPixelBufferRelease(first);
-  VLPixelBufferRef third = process(b, 64, 36);
-  EXPECT_EQ(third, first);
-  VLPixelBufferRef other_size = process(c, 65, 37);
-  VLPixelBufferRelease(second);  // the old pool's: freed, as the sanitizers check
-  VLPixelBufferRelease(third);
-  VLPixelBufferRelease(other_size);
-  for (VLPixelBufferRef f : {a, b, c}) VLPixelBufferRelease(f);
-}
-
 // Luma as the whole tensor's prediction gives it, converted to bytes: what
 // the plug-in computes for the frame's own part of the tensor must equal it.
 void ExpectWholeTensorLuma(SRPlugin* p, VLPixelBufferRef out, int width, int height) {
