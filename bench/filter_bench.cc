@@ -2,8 +2,12 @@
 // cv::boxFilter (3x3, normalised, replicated edges) beside both box filters,
 // cv::Laplacian (ksize 1, CV_16S) beside the Laplacian, cv::bilateralFilter
 // (d = 3, sigmaColor 20, sigmaSpace 1000, so the spatial kernel is flat as
-// ours) beside the bilateral filter. OpenCV runs once on one thread and once
-// with its default thread pool; ours are single-threaded. Items are pixels.
+// ours) beside the bilateral filter, and cv::ximgproc::guidedFilter (radius
+// 1: 3x3 windows, guided by the picture itself) beside the guided box
+// filter, the peer that does the same kind of work. OpenCV runs once on one
+// thread and once with its default thread pool; ours are single-threaded.
+// Items are pixels; bytes/s and bw_share count the bytes read plus written
+// against memcpy's rate.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -14,8 +18,12 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 #endif
+#ifdef VORLITH_BENCH_XIMGPROC
+#include <opencv2/ximgproc/edge_filter.hpp>
+#endif
 
 #include "vorlith/kernels.h"
+#include "bench/bandwidth.h"
 #include "bench/bench_frames.h"
 
 namespace {
@@ -72,6 +80,9 @@ void Run(benchmark::State& state, Kernel k) {
   }
   UInitLanczos1p5x(&ctx);
   state.SetItemsProcessed(state.iterations() * int64_t(n));
+  // Bytes a pixel reads and writes: source byte, guide or detail, output.
+  const double bytes[] = {1 + 2 + 1, 1 + 4, 1 + 2, 1 + 1};
+  vorlith::bench::ReportBandwidth(state, bytes[static_cast<int>(k)] * double(n));
 }
 
 void BM_Boxfilter_AB_NEON(benchmark::State& s) { Run(s, Kernel::kGuided); }
@@ -86,7 +97,7 @@ BENCHMARK(BM_Laplace_NEON)->Apply(FrameArgs);
 BENCHMARK(BM_BL_NEON)->Apply(FrameArgs);
 
 #ifdef VORLITH_BENCH_OPENCV
-enum class Peer { kBox, kLaplacian, kBilateral };
+enum class Peer { kBox, kLaplacian, kBilateral, kGuided };
 
 // Arguments: frame, OpenCV threads (1, or 0 for its default).
 void RunOpenCv(benchmark::State& state, Peer peer) {
@@ -107,17 +118,26 @@ void RunOpenCv(benchmark::State& state, Peer peer) {
       case Peer::kBilateral:
         cv::bilateralFilter(src, dst, 3, 20, 1000, cv::BORDER_REPLICATE);
         break;
+      case Peer::kGuided:
+#ifdef VORLITH_BENCH_XIMGPROC
+        cv::ximgproc::guidedFilter(src, src, dst, 1, 0.01 * 255 * 255);
+#endif
+        break;
     }
     benchmark::DoNotOptimize(dst.data);
     benchmark::ClobberMemory();
   }
   cv::setNumThreads(saved);
   state.SetItemsProcessed(state.iterations() * int64_t{f.w} * f.h);
+  vorlith::bench::ReportBandwidth(state, (peer == Peer::kLaplacian ? 3.0 : 2.0) * f.w * f.h);
 }
 
 void BM_cv_boxFilter(benchmark::State& s) { RunOpenCv(s, Peer::kBox); }
 void BM_cv_Laplacian(benchmark::State& s) { RunOpenCv(s, Peer::kLaplacian); }
 void BM_cv_bilateralFilter(benchmark::State& s) { RunOpenCv(s, Peer::kBilateral); }
+#ifdef VORLITH_BENCH_XIMGPROC
+void BM_cv_guidedFilter(benchmark::State& s) { RunOpenCv(s, Peer::kGuided); }
+#endif
 
 void OpenCvArgs(benchmark::internal::Benchmark* b) {
   b->ArgNames({"frame", "cv_threads"});
@@ -128,6 +148,9 @@ void OpenCvArgs(benchmark::internal::Benchmark* b) {
 BENCHMARK(BM_cv_boxFilter)->Apply(OpenCvArgs);
 BENCHMARK(BM_cv_Laplacian)->Apply(OpenCvArgs);
 BENCHMARK(BM_cv_bilateralFilter)->Apply(OpenCvArgs);
+#ifdef VORLITH_BENCH_XIMGPROC
+BENCHMARK(BM_cv_guidedFilter)->Apply(OpenCvArgs);
+#endif
 #endif
 
 }  // namespace

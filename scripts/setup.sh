@@ -5,7 +5,8 @@
 # only what is missing, so it is cheap to run again.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ pkg-config libhwy-dev libgtest-dev libbenchmark-dev libyuv-dev libopencv-dev)
+packages=(cmake ninja-build g++ pkg-config libhwy-dev libgtest-dev libbenchmark-dev libyuv-dev libopencv-dev
+          libopencv-contrib-dev)
 packages+=(libonnx-dev libprotobuf-dev)
 # The Python package and its tests: pybind11 over the checked layer, NumPy, pytest.
 packages+=(pybind11-dev python3-dev python3-numpy python3-pytest)
