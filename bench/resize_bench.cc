@@ -4,7 +4,9 @@
 // ones), and the byte bilinear ones beside libyuv's ScalePlane with
 // kFilterBilinear. OpenCV runs once on one thread, for a like-for-like
 // comparison with our single-threaded kernels, and once with its default
-// thread pool. Every benchmark reports output pixels per second.
+// thread pool. Every benchmark reports output pixels per second, and its
+// bytes read plus written per second with their share of memcpy's rate
+// (bw_share).
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -21,6 +23,7 @@
 #endif
 
 #include "vorlith/kernels.h"
+#include "bench/bandwidth.h"
 #include "bench/bench_frames.h"
 
 namespace {
@@ -28,6 +31,13 @@ namespace {
 using vorlith::bench::Frame;
 using vorlith::bench::kFrames;
 using vorlith::bench::RandomBytes;
+
+// Items are output pixels; `bytes` are the source and destination bytes one
+// iteration reads and writes (rings and scratch not counted).
+void Report(benchmark::State& s, int64_t pixels, double bytes) {
+  s.SetItemsProcessed(s.iterations() * pixels);
+  vorlith::bench::ReportBandwidth(s, bytes);
+}
 
 using Driver = void (*)(_StLanczos1p5x*, unsigned char*, unsigned char*, int, int);
 
@@ -66,7 +76,8 @@ void RunKernel(benchmark::State& state, const Kernel& k) {
     benchmark::ClobberMemory();
   }
   UInitLanczos1p5x(&ctx);
-  state.SetItemsProcessed(state.iterations() * int64_t{ow} * oh);
+  // Both frames' heights are multiples of 6, so every dst row is written.
+  Report(state, int64_t{ow} * oh, double(src.size() + dst.size()));
 }
 
 // Bilinear: ratio num/den; float planes when `floats`.
@@ -96,7 +107,9 @@ void RunLinear(benchmark::State& state) {
     benchmark::ClobberMemory();
   }
   UInitLanczos1p5x(&ctx);
-  state.SetItemsProcessed(state.iterations() * int64_t{ow} * oh);
+  const size_t bytes =
+      Floats ? sizeof(float) * (fsrc.size() + fdst.size()) : src.size() + dst.size();
+  Report(state, int64_t{ow} * oh, double(bytes));
 }
 
 void BM_Lanczos2x_SingleChannel(benchmark::State& s) { RunKernel(s, kLanczos2x); }
@@ -116,7 +129,7 @@ void BM_ResizeLanczos2x_NEON_rgb(benchmark::State& state) {
     benchmark::DoNotOptimize(dst.data());
     benchmark::ClobberMemory();
   }
-  state.SetItemsProcessed(state.iterations() * int64_t{4} * f.w * f.h);
+  Report(state, int64_t{4} * f.w * f.h, double(src.size() + dst.size()));
 }
 
 #ifdef VORLITH_BENCH_OPENCV
@@ -135,7 +148,8 @@ void RunOpenCv(benchmark::State& state, int channels, const Frame& f, int (*out_
     benchmark::ClobberMemory();
   }
   cv::setNumThreads(saved);
-  state.SetItemsProcessed(state.iterations() * int64_t{size.width} * size.height);
+  Report(state, int64_t{size.width} * size.height,
+         double((src.total() + dst.total()) * src.elemSize()));
 }
 
 void BM_cv_LANCZOS4_2x(benchmark::State& s) {
@@ -172,7 +186,8 @@ void BM_cv_LINEAR(benchmark::State& s) {
     benchmark::ClobberMemory();
   }
   cv::setNumThreads(saved);
-  s.SetItemsProcessed(s.iterations() * int64_t{size.width} * size.height);
+  Report(s, int64_t{size.width} * size.height,
+         double((src.total() + dst.total()) * src.elemSize()));
 }
 
 void OpenCvArgs(benchmark::internal::Benchmark* b) {
@@ -197,7 +212,7 @@ void BM_libyuv_ScalePlane_bilinear(benchmark::State& s) {
     benchmark::DoNotOptimize(dst.data());
     benchmark::ClobberMemory();
   }
-  s.SetItemsProcessed(s.iterations() * int64_t{ow} * oh);
+  Report(s, int64_t{ow} * oh, double(src.size() + dst.size()));
 }
 #endif
 
