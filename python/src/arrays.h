@@ -69,6 +69,17 @@ PlaneView<T> OutView(py::array_t<T>& a) {
                       a.strides(0) / static_cast<py::ssize_t>(sizeof(T)), channels);
 }
 
+// `a` as `fill` writes it through its view, with the GIL released.
+template <class T, class Fill>
+py::array_t<T> Written(py::array_t<T> a, Fill fill) {
+  const PlaneView<T> out = OutView(a);
+  {
+    py::gil_scoped_release unlocked;
+    fill(out);
+  }
+  return a;
+}
+
 }  // namespace vorlith::python
 
 #endif  // VORLITH_PYTHON_SRC_ARRAYS_H_

@@ -40,13 +40,8 @@ py::array_t<Out> Resample(const char* fn, const py::object& src_obj, int channel
   const Input<In> src(src_obj, fn, "src", channels);
   const auto [w, h] = size(src.view.width, src.view.height);
   if (w < 1 || h < 1) throw py::value_error(std::string(fn) + ": src is too small for this ratio");
-  py::array_t<Out> dst = Zeros<Out>(h, w, src.view.channels, src.array.ndim() == 3);
-  PlaneView<Out> out = OutView(dst);
-  {
-    py::gil_scoped_release unlocked;
-    kernel(src.view, out);
-  }
-  return dst;
+  return Written(Zeros<Out>(h, w, src.view.channels, src.array.ndim() == 3),
+                 [&](PlaneView<Out> out) { kernel(src.view, out); });
 }
 
 template <int kNum, int kDen>
@@ -87,13 +82,8 @@ void BindResamplers(py::module_& m) {
   const auto nhwc = [&](const char* name, void (*kernel)(ConstFloatPlane, Plane), int r) {
     m.def(name, [name, kernel, r](const py::object& src_obj) {
       const Input<float> src(src_obj, name, "src", r);
-      py::array_t<uint8_t> dst = Zeros<uint8_t>(r * src.view.height, src.view.width, 1);
-      const Plane out = OutView(dst);
-      {
-        py::gil_scoped_release unlocked;
-        kernel(src.view, out);
-      }
-      return dst;
+      return Written(Zeros<uint8_t>(r * src.view.height, src.view.width, 1),
+                     [&](Plane out) { kernel(src.view, out); });
     }, py::arg("src"), "Pixel shuffle of (h, r*w, r) float32 values to (r*h, r*w) uint8.");
   };
   nhwc("f32_to_u8_nhwc_3x3", &ck::F32ToU8Nhwc3x3, 3);
@@ -111,24 +101,14 @@ void BindFilters(py::module_& m) {
     const char* fn = "guided_box_filter";
     const Input<uint8_t> src(src_obj, fn, "src", 1);
     const Input<int16_t> guide(guide_obj, fn, "guide", 1);
-    py::array_t<uint8_t> dst = Zeros<uint8_t>(src.view.height, src.view.width, 1);
-    const Plane out = OutView(dst);
-    {
-      py::gil_scoped_release unlocked;
-      ck::GuidedBoxFilter(src.view, guide.view, out, a, b);
-    }
-    return dst;
+    return Written(Zeros<uint8_t>(src.view.height, src.view.width, 1),
+                   [&](Plane out) { ck::GuidedBoxFilter(src.view, guide.view, out, a, b); });
   }, py::arg("src"), py::arg("guide"), py::arg("a"), py::arg("b"),
      "Guided box filter of a (h, w) uint8 plane with an int16 guide; rows past 4*(h//4) stay 0.");
   m.def("laplacian", [](const py::object& src_obj) {
     const Input<uint8_t> src(src_obj, "laplacian", "src", 1);
-    py::array_t<int16_t> dst = Zeros<int16_t>(src.view.height, src.view.width, 1);
-    const PlaneView<int16_t> out = OutView(dst);
-    {
-      py::gil_scoped_release unlocked;
-      ck::Laplacian(src.view, out);
-    }
-    return dst;
+    return Written(Zeros<int16_t>(src.view.height, src.view.width, 1),
+                   [&](PlaneView<int16_t> out) { ck::Laplacian(src.view, out); });
   }, py::arg("src"), "Laplacian of a (h, w) uint8 plane, int16.");
   m.def("bilateral_filter", [](const py::object& src) {
     return Resample<uint8_t, uint8_t>("bilateral_filter", src, 1, &ck::BilateralFilter, Scaled<1, 1>);
@@ -140,13 +120,8 @@ void BindFilters(py::module_& m) {
     const char* fn = "sharpen";
     const Input<float> detail(detail_obj, fn, "detail", 1), gain(gain_obj, fn, "gain", 1);
     const Input<uint8_t> src(src_obj, fn, "src", 1);
-    py::array_t<uint8_t> dst = Zeros<uint8_t>(src.view.height, src.view.width, 1);
-    const Plane out = OutView(dst);
-    {
-      py::gil_scoped_release unlocked;
-      ck::Sharpen(detail.view, gain.view, src.view, out);
-    }
-    return dst;
+    return Written(Zeros<uint8_t>(src.view.height, src.view.width, 1),
+                   [&](Plane out) { ck::Sharpen(detail.view, gain.view, src.view, out); });
   }, py::arg("detail"), py::arg("gain"), py::arg("src"), "detail * gain + src, as uint8.");
 }
 
@@ -167,13 +142,8 @@ void BindColour(py::module_& m) {
                             const py::object& a_obj) {
     const char* fn = "i420a_to_rgba";
     const Input<uint8_t> y(y_obj, fn, "y", 1), u(u_obj, fn, "u", 1), v(v_obj, fn, "v", 1), a(a_obj, fn, "a", 1);
-    py::array_t<uint8_t> rgba = Zeros<uint8_t>(y.view.height, y.view.width, 4);
-    const Plane out = OutView(rgba);
-    {
-      py::gil_scoped_release unlocked;
-      ck::I420AToRgba(y.view, u.view, v.view, a.view, out);
-    }
-    return rgba;
+    return Written(Zeros<uint8_t>(y.view.height, y.view.width, 4),
+                   [&](Plane out) { ck::I420AToRgba(y.view, u.view, v.view, a.view, out); });
   }, py::arg("y"), py::arg("u"), py::arg("v"), py::arg("a"), "I420 planes with alpha to (h, w, 4) RGBA.");
   m.def("luma_ratio_split", [](const py::object& rgba_obj) {
     const Input<uint8_t> rgba(rgba_obj, "luma_ratio_split", "rgba", 4);
@@ -197,80 +167,45 @@ void BindColour(py::module_& m) {
     const Input<float> luma(luma_obj, fn, "luma", 1);
     const Input<int32_t> dr(dr_obj, fn, "dr", 1), dg(dg_obj, fn, "dg", 1), db(db_obj, fn, "db", 1);
     const Input<uint8_t> alpha(alpha_obj, fn, "alpha", 1);
-    py::array_t<uint8_t> rgba = Zeros<uint8_t>(luma.view.height, luma.view.width, 4);
-    const Plane out = OutView(rgba);
-    {
-      py::gil_scoped_release unlocked;
-      ck::LumaRatioMerge(luma.view, dr.view, dg.view, db.view, alpha.view, out);
-    }
-    return rgba;
+    return Written(Zeros<uint8_t>(luma.view.height, luma.view.width, 4),
+                   [&](Plane out) { ck::LumaRatioMerge(luma.view, dr.view, dg.view, db.view, alpha.view, out); });
   }, py::arg("luma"), py::arg("dr"), py::arg("dg"), py::arg("db"), py::arg("alpha"),
      "Luma and per-channel ratios back to (h, w, 4) RGBA.");
   m.def("nv12_to_vuya", [](const py::object& y_obj, const py::object& uv_obj) {
     const char* fn = "nv12_to_vuya";
     const Input<uint8_t> y(y_obj, fn, "y", 1), uv(uv_obj, fn, "uv", 2);
-    py::array_t<uint8_t> dst = Zeros<uint8_t>(y.view.height, y.view.width, 4);
-    const Plane out = OutView(dst);
-    {
-      py::gil_scoped_release unlocked;
-      ck::Nv12ToVuya(y.view, uv.view, out);
-    }
-    return dst;
+    return Written(Zeros<uint8_t>(y.view.height, y.view.width, 4),
+                   [&](Plane out) { ck::Nv12ToVuya(y.view, uv.view, out); });
   }, py::arg("y"), py::arg("uv"), "NV12 to (h, w, 4) V, U, Y, 255 pixels.");
   m.def("i420_to_vuya", [](const py::object& y_obj, const py::object& u_obj, const py::object& v_obj) {
     const char* fn = "i420_to_vuya";
     const Input<uint8_t> y(y_obj, fn, "y", 1), u(u_obj, fn, "u", 1), v(v_obj, fn, "v", 1);
-    py::array_t<uint8_t> dst = Zeros<uint8_t>(y.view.height, y.view.width, 4);
-    const Plane out = OutView(dst);
-    {
-      py::gil_scoped_release unlocked;
-      ck::I420ToVuya(y.view, u.view, v.view, out);
-    }
-    return dst;
+    return Written(Zeros<uint8_t>(y.view.height, y.view.width, 4),
+                   [&](Plane out) { ck::I420ToVuya(y.view, u.view, v.view, out); });
   }, py::arg("y"), py::arg("u"), py::arg("v"), "I420 to (h, w, 4) V, U, Y, 255 pixels.");
   m.def("bgra_crop", [](const py::object& src_obj, int x, int y, int width, int height) {
     const Input<uint8_t> src(src_obj, "bgra_crop", "src", 4);
     if (width < 1 || height < 1) throw py::value_error("bgra_crop: width and height must be at least 1");
-    py::array_t<uint8_t> dst = Zeros<uint8_t>(height, width, 4);
-    const Plane out = OutView(dst);
-    {
-      py::gil_scoped_release unlocked;
-      ck::BgraCrop(src.view, x, y, out);
-    }
-    return dst;
+    return Written(Zeros<uint8_t>(height, width, 4),
+                   [&](Plane out) { ck::BgraCrop(src.view, x, y, out); });
   }, py::arg("src"), py::arg("x"), py::arg("y"), py::arg("width"), py::arg("height"),
      "The width x height rectangle at (x, y) of a (h, w, 4) image.");
   m.def("i420_to_rgb", [](const py::object& y_obj, const py::object& u_obj, const py::object& v_obj) {
     const char* fn = "i420_to_rgb";
     const Input<uint8_t> y(y_obj, fn, "y", 1), u(u_obj, fn, "u", 1), v(v_obj, fn, "v", 1);
-    py::array_t<uint8_t> rgb = Zeros<uint8_t>(y.view.height, y.view.width, 3);
-    const Plane out = OutView(rgb);
-    {
-      py::gil_scoped_release unlocked;
-      ck::I420ToRgb(y.view, u.view, v.view, out);
-    }
-    return rgb;
+    return Written(Zeros<uint8_t>(y.view.height, y.view.width, 3),
+                   [&](Plane out) { ck::I420ToRgb(y.view, u.view, v.view, out); });
   }, py::arg("y"), py::arg("u"), py::arg("v"), "I420 to (h, w, 3) RGB.");
   m.def("nv12_to_rgb", [](const py::object& y_obj, const py::object& uv_obj) {
     const char* fn = "nv12_to_rgb";
     const Input<uint8_t> y(y_obj, fn, "y", 1), uv(uv_obj, fn, "uv", 2);
-    py::array_t<uint8_t> rgb = Zeros<uint8_t>(y.view.height, y.view.width, 3);
-    const Plane out = OutView(rgb);
-    {
-      py::gil_scoped_release unlocked;
-      ck::Nv12ToRgb(y.view, uv.view, out);
-    }
-    return rgb;
+    return Written(Zeros<uint8_t>(y.view.height, y.view.width, 3),
+                   [&](Plane out) { ck::Nv12ToRgb(y.view, uv.view, out); });
   }, py::arg("y"), py::arg("uv"), "NV12 to (h, w, 3) RGB.");
   m.def("rgb_to_rgba", [](const py::object& src) {
     const Input<uint8_t> in(src, "rgb_to_rgba", "src", 3);
-    py::array_t<uint8_t> dst = Zeros<uint8_t>(in.view.height, in.view.width, 4);
-    const Plane out = OutView(dst);
-    {
-      py::gil_scoped_release unlocked;
-      ck::RgbToRgba(in.view, out);
-    }
-    return dst;
+    return Written(Zeros<uint8_t>(in.view.height, in.view.width, 4),
+                   [&](Plane out) { ck::RgbToRgba(in.view, out); });
   }, py::arg("src"), "(h, w, 3) to (h, w, 4) with alpha 255 (the first 16*(w//16) pixels of a row swap R and B).");
 }
 

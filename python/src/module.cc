@@ -39,13 +39,7 @@ py::array_t<uint8_t> Enlarge(Upscaler& up, const py::object& y_in) {
   const py::array_t<uint8_t> y = AsArray<uint8_t>(y_in, fn, "y");
   if (y.ndim() != 2) throw py::value_error(std::string(fn) + ": y must be 2-D (height, width), got " + std::to_string(y.ndim()) + "-D");
   const ConstPlane src = InView(y, fn, "y", 1);
-  py::array_t<uint8_t> out = NewArray<uint8_t>(2 * src.height, 2 * src.width, 1);
-  const Plane dst = OutView(out);
-  {
-    py::gil_scoped_release unlocked;
-    up.Enlarge(src, dst);
-  }
-  return out;
+  return Written(NewArray<uint8_t>(2 * src.height, 2 * src.width, 1), [&](Plane dst) { up.Enlarge(src, dst); });
 }
 
 py::tuple EnlargeNV12(Upscaler& up, const py::object& y_in, const py::object& uv_in) {
@@ -81,13 +75,8 @@ py::array_t<uint8_t> EnlargeRGB(Upscaler& up, const py::object& image, bool bgr)
   const py::array_t<uint8_t> a = AsArray<uint8_t>(image, fn, "image");
   if (a.ndim() != 3) throw py::value_error(std::string(fn) + ": image must be 3-D (height, width, 3), got " + std::to_string(a.ndim()) + "-D");
   const ConstPlane src = InView(a, fn, "image", 3);
-  py::array_t<uint8_t> out = NewArray<uint8_t>(2 * src.height, 2 * src.width, 3);
-  const Plane dst = OutView(out);
-  {
-    py::gil_scoped_release unlocked;
-    up.EnlargeRGB(src, dst, bgr);
-  }
-  return out;
+  return Written(NewArray<uint8_t>(2 * src.height, 2 * src.width, 3),
+                 [&](Plane dst) { up.EnlargeRGB(src, dst, bgr); });
 }
 
 }  // namespace
