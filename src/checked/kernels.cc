@@ -14,6 +14,7 @@
 #include <string>
 #include <utility>
 
+#include "src/checked/context.h"
 #include "vorlith/convert.h"
 #include "vorlith/filter.h"
 #include "vorlith/kernel_context.h"
@@ -96,25 +97,6 @@ void CheckApart(const char* fn, const char* a_name, const PlaneView<A>& a, const
 }
 
 // ---- Context, scratch and packed rows ------------------------------------------
-
-// A context set up by InitLanczos1p5x for one call; every buffer stored in it
-// is released with it, on every path.
-class Context {
- public:
-  Context() { InitLanczos1p5x(&ctx_); }
-  ~Context() { UInitLanczos1p5x(&ctx_); }
-  Context(const Context&) = delete;
-  Context& operator=(const Context&) = delete;
-  _StLanczos1p5x* get() { return &ctx_; }
-  // UInitLanczos1p5x releases these with delete[], so they come from new[].
-  void SetWorkBuf(std::size_t bytes) { ctx_.workBuf = new unsigned char[bytes]; }
-  void SetFloatLineBuf(std::size_t floats) {
-    ctx_.floatLineBuf = new unsigned char[floats * sizeof(float)];
-  }
-
- private:
-  _StLanczos1p5x ctx_{};
-};
 
 template <class T>
 std::size_t Values(const PlaneView<T>& v) {

@@ -10,12 +10,13 @@
 #include <thread>
 #include <vector>
 
+#include "src/checked/context.h"
 #include "src/kernels/resize/linear_2x_nv.h"
 #include "src/model/network.h"
 #include "src/platform/platform.h"
 #include "src/platform/worker_pool.h"
+#include "src/plugin/sr_plugin.h"
 #include "vorlith/convert.h"
-#include "vorlith/kernel_context.h"
 #include "vorlith/vorlith.hpp"
 
 namespace vorlith {
@@ -84,15 +85,9 @@ void ToBytes(const float* src, uint8_t* dst, int n) {
   for (int i = body; i < n; ++i) dst[i] = ToByte(src[i]);
 }
 
-struct Context {
-  _StLanczos1p5x ctx{};
-  Context() { InitLanczos1p5x(&ctx); }
-  ~Context() { UInitLanczos1p5x(&ctx); }
-};
-
-constexpr double kFullBudgetMs = 30.0;
+// The plug-in's full-network budget holds for a 1280x720 frame; other sizes
+// are measured against it per pixel.
 constexpr double kBudgetPixels = 1280.0 * 720.0;
-constexpr int kGovernorFrames = 30;
 
 }  // namespace
 
@@ -200,7 +195,7 @@ struct Upscaler::Impl {
     if (options.network != Network::kAuto || on_light) return;
     elapsed_ms += std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     pixels += static_cast<double>(w) * h;
-    if (++frames > kGovernorFrames && elapsed_ms / (pixels / kBudgetPixels) > kFullBudgetMs) on_light = true;
+    if (++frames > kGovernorMinFrames && elapsed_ms / (pixels / kBudgetPixels) > kFullBudgetMs) on_light = true;
   }
 };
 
@@ -272,10 +267,10 @@ void Upscaler::EnlargeRGB(ConstPlane src, Plane dst, bool bgr) {
       out[4 * c + 3] = 255;
     }
   }
-  Context context;
+  checked::Context context;
   const size_t pixels = static_cast<size_t>(we) * he;
   std::vector<uint8_t> i420a(pixels * 5 / 2);
-  RGBA2I420A_NEON(&context.ctx, rgba.data(), i420a.data(), he, we);
+  RGBA2I420A_NEON(context.get(), rgba.data(), i420a.data(), he, we);
   const int cw = we / 2, ch = he / 2;
   std::vector<uint8_t> uv(static_cast<size_t>(cw) * ch * 2);
   for (size_t i = 0; i < static_cast<size_t>(cw) * ch; ++i) {
