@@ -179,10 +179,9 @@ struct Upscaler::Impl {
     const int parts = std::clamp(rows / 32, 1, bands);
     if (chroma_scratch.size() < static_cast<size_t>(parts)) chroma_scratch.resize(static_cast<size_t>(parts));
     for (int p = 0; p < parts; ++p) chroma_scratch[p].resize(std::max(chroma_scratch[p].size(), size_t(8) * cw));
-    const auto bound = [&](int p) { return p == 0 ? 0 : p == parts ? rows : std::min(rows, 2 * (ch * p / parts) + 1); };
     platform::WorkerPool::Shared().Run(parts, [&](int p) {
       Linear2xNvRows(chroma_scratch[p].data(), uv.data, out, ch, cw, static_cast<int>(uv.stride), out_stride,
-                     bound(p), bound(p + 1));
+                     Linear2xNvBandStart(p, parts, ch, rows), Linear2xNvBandStart(p + 1, parts, ch, rows));
     });
     if (!direct) {
       for (int r = 0; r < rows; ++r) {

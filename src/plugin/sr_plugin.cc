@@ -239,9 +239,6 @@ int SRPlugin::ProcessData(_tagVideoData* in, _tagVideoData* out) {
     // last.
     const int in_rows = static_cast<int>(h), uv_rows = 2 * uv_height;
     const int in_bands = BandsFor(bands, in_rows);
-    const auto uv_bound = [&](int band) {
-      return band == 0 ? 0 : band == in_bands ? uv_rows : 2 * (uv_height * band / in_bands) + 1;
-    };
     if (chromaScratch.size() < static_cast<size_t>(in_bands)) chromaScratch.resize(static_cast<size_t>(in_bands));
     for (int band = 0; band < in_bands; ++band) {
       std::vector<int16_t>& scratch = chromaScratch[static_cast<size_t>(band)];
@@ -253,7 +250,9 @@ int SRPlugin::ProcessData(_tagVideoData* in, _tagVideoData* out) {
                         tensor + static_cast<ptrdiff_t>(first) * modelWidth, end - first, static_cast<int>(w),
                         source_y_stride, modelWidth);
       vorlith::Linear2xNvRows(chromaScratch[static_cast<size_t>(band)].data(), source_uv, target_uv, uv_height,
-                              uv_width, source_uv_stride, target_uv_stride, uv_bound(band), uv_bound(band + 1));
+                              uv_width, source_uv_stride, target_uv_stride,
+                              vorlith::Linear2xNvBandStart(band, in_bands, uv_height, uv_rows),
+                              vorlith::Linear2xNvBandStart(band + 1, in_bands, uv_height, uv_rows));
     });
     // Only the output's top-left 2w x 2h is read, so only it is computed;
     // its rows become bytes as the network's threads finish them, while

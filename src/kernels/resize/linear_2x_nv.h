@@ -3,6 +3,7 @@
 #ifndef VORLITH_SRC_KERNELS_RESIZE_LINEAR_2X_NV_H_
 #define VORLITH_SRC_KERNELS_RESIZE_LINEAR_2X_NV_H_
 
+#include <algorithm>
 #include <cstdint>
 
 namespace vorlith {
@@ -14,6 +15,15 @@ namespace vorlith {
 // all.
 void Linear2xNvRows(int16_t* scratch, const uint8_t* src, uint8_t* dst, int height, int width,
                     int src_stride, int dst_stride, int first, int end);
+
+// Where band `band` of `bands` starts among the first `rows` output rows of
+// a source `height` rows tall: at odd rows, so that bands share as little
+// filtering as they can; band `bands` starts at `rows`.
+inline int Linear2xNvBandStart(int band, int bands, int height, int rows) {
+  if (band == 0) return 0;
+  if (band == bands) return rows;
+  return std::min(rows, 2 * (height * band / bands) + 1);
+}
 
 }  // namespace vorlith
 
