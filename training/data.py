@@ -6,6 +6,7 @@ are MATLAB-style bicubic halvings of the HR, rounded to bytes as a decoder
 would hand them over.
 """
 import glob
+import multiprocessing
 import os
 
 import numpy as np
@@ -36,26 +37,52 @@ def make_pair(hr):
     return lr, hr
 
 
-def training_pairs(root):
-    pairs = []
-    files = []
-    for sub in TRAIN_SETS:
-        files += sorted(glob.glob(os.path.join(root, sub, "*.png")))
-    if not files:
+def _image_pairs(img):
+    return [make_pair(img if s == 1.0 else to_uint8(imresize(img, s))) for s in SCALES]
+
+
+def read_images(root, sets, rgb_luma):
+    """{name: luma bytes} of the PNGs under root/<set>, or of the entries of
+    a luma archive (pack_data.py) when root is an .npz file."""
+    if root.endswith(".npz"):
+        with np.load(root) as z:
+            return {k: z[k] for k in sorted(z.files) if k.rsplit("/", 1)[0] in sets}
+    files = [p for sub in sets for p in sorted(glob.glob(os.path.join(root, sub, "*.png")))]
+    return {os.path.relpath(p, root)[:-4]: (luma_bt601(p) if rgb_luma else load_gray(p)) for p in files}
+
+
+def training_pairs(root, workers=None):
+    images = read_images(root, TRAIN_SETS, rgb_luma=False)
+    if not images:
         raise SystemExit(f"no training images under {root}/{{{','.join(TRAIN_SETS)}}}")
-    for path in files:
-        img = load_gray(path)
-        for s in SCALES:
-            hr = img if s == 1.0 else to_uint8(imresize(img, s))
-            pairs.append(make_pair(hr))
+    # Resizing is a minute's work on one core; the images are independent.
+    with multiprocessing.Pool(workers or os.cpu_count()) as pool:
+        per_image = pool.map(_image_pairs, list(images.values()), chunksize=4)
+    return [p for pairs in per_image for p in pairs]
+
+
+def training_pairs_cached(root, cache):
+    """training_pairs, kept in a scratch file for the next run."""
+    import pickle
+    key = os.path.abspath(root)
+    if os.path.exists(cache):
+        with open(cache, "rb") as f:
+            stored = pickle.load(f)
+        if stored["root"] == key:
+            return stored["pairs"]
+    pairs = training_pairs(root)
+    os.makedirs(os.path.dirname(os.path.abspath(cache)), exist_ok=True)
+    with open(cache + ".tmp", "wb") as f:
+        pickle.dump({"root": key, "pairs": pairs}, f, protocol=pickle.HIGHEST_PROTOCOL)
+    os.replace(cache + ".tmp", cache)
     return pairs
 
 
 def validation_set(root, name):
-    files = sorted(glob.glob(os.path.join(root, "val", name, "*.png")))
-    if not files:
+    images = read_images(root, (f"val/{name}",), rgb_luma=True)
+    if not images:
         raise SystemExit(f"no validation images under {root}/val/{name}")
-    return [make_pair(luma_bt601(p)) for p in files]
+    return [make_pair(y) for y in images.values()]
 
 
 class PatchSampler:
@@ -102,6 +129,80 @@ class PatchSampler:
                     lrs[i, 0, cut:, :] = 0
                     masks[i, 0, 2 * cut:, :] = 0
         return lrs / 255.0, hrs / 255.0, masks
+
+
+class DevicePatchSampler:
+    """PatchSampler's patches, cut on the training device: every pair lives
+    there as one flat byte buffer and a batch is one gather, so a fast GPU
+    never waits for the host. Same distribution, its own random stream."""
+
+    def __init__(self, pairs, patch, seed, device):
+        import torch
+        self.torch = torch
+        pairs = [p for p in pairs if min(p[0].shape) >= patch]
+        for lr, hr in pairs:
+            assert hr.shape == (2 * lr.shape[0], 2 * lr.shape[1])
+        self.device = torch.device(device)
+
+        def flat(images):
+            sizes = np.array([im.size for im in images], np.int64)
+            offsets = np.concatenate([[0], np.cumsum(sizes)[:-1]])
+            buf = torch.from_numpy(np.concatenate([im.reshape(-1) for im in images])).to(self.device)
+            return buf, torch.from_numpy(offsets).to(self.device)
+
+        self.lr, self.lr_off = flat([p[0] for p in pairs])
+        self.hr, self.hr_off = flat([p[1] for p in pairs])
+        self.h = torch.tensor([p[0].shape[0] for p in pairs], device=self.device)
+        self.w = torch.tensor([p[0].shape[1] for p in pairs], device=self.device)
+        self.prob = (self.h * self.w).double()
+        self.patch = patch
+        self.gen = torch.Generator(device=self.device)
+        self.gen.manual_seed(seed)
+        self.pairs = pairs
+
+    def _rand(self, n):
+        return self.torch.rand(n, generator=self.gen, device=self.device)
+
+    def _grid(self, q, t):
+        """Source coordinates [n, q, q] of each output pixel under one of the 8
+        flips and rotations (bit 0 transposes, bits 1 and 2 mirror)."""
+        torch = self.torch
+        i = torch.arange(q, device=self.device).view(1, q, 1).expand(len(t), q, q)
+        j = i.transpose(1, 2)
+        i = torch.where((t & 2).view(-1, 1, 1) > 0, q - 1 - i, i)
+        j = torch.where((t & 4).view(-1, 1, 1) > 0, q - 1 - j, j)
+        swap = (t & 1).view(-1, 1, 1) > 0
+        return torch.where(swap, j, i), torch.where(swap, i, j)
+
+    def batch(self, n, edge_zero=0.0):
+        """As PatchSampler.batch, as float32 tensors on the device."""
+        torch, ps = self.torch, self.patch
+        k = torch.multinomial(self.prob, n, replacement=True, generator=self.gen)
+        h, w = self.h[k], self.w[k]
+        y = (self._rand(n) * (h - ps + 1)).long().clamp_max(h - ps)
+        x = (self._rand(n) * (w - ps + 1)).long().clamp_max(w - ps)
+        t = torch.randint(8, (n,), generator=self.gen, device=self.device)
+        si, sj = self._grid(ps, t)
+        lr = self.lr[self.lr_off[k].view(-1, 1, 1) + (y.view(-1, 1, 1) + si) * w.view(-1, 1, 1)
+                     + x.view(-1, 1, 1) + sj]
+        si, sj = self._grid(2 * ps, t)
+        hr = self.hr[self.hr_off[k].view(-1, 1, 1) + (2 * y.view(-1, 1, 1) + si) * (2 * w.view(-1, 1, 1))
+                     + 2 * x.view(-1, 1, 1) + sj]
+        lr = lr[:, None].float() / 255.0
+        hr = hr[:, None].float() / 255.0
+        mask = torch.ones_like(hr)
+        if edge_zero > 0:
+            zero = self._rand(n) < edge_zero
+            side = torch.randint(1, 4, (n,), generator=self.gen, device=self.device)
+            cut = torch.randint(ps // 2, ps, (n,), generator=self.gen, device=self.device).view(-1, 1, 1, 1)
+            col = torch.arange(2 * ps, device=self.device)
+            right = (zero & (side & 1 > 0)).view(-1, 1, 1, 1)
+            below = (zero & (side & 2 > 0)).view(-1, 1, 1, 1)
+            lr_off = (right & (col[:ps].view(1, 1, 1, -1) >= cut)) | (below & (col[:ps].view(1, 1, -1, 1) >= cut))
+            hr_off = (right & (col.view(1, 1, 1, -1) >= 2 * cut)) | (below & (col.view(1, 1, -1, 1) >= 2 * cut))
+            lr = lr.masked_fill(lr_off, 0.0)
+            mask = mask.masked_fill(hr_off, 0.0)
+        return lr, hr, mask
 
 
 def psnr_y(sr, hr, shave=2):

@@ -101,7 +101,7 @@ def export(net, path):
     onnx.save(m, path)
     gen = torch.Generator().manual_seed(0)
     x = torch.rand(1, 1, 37, 52, generator=gen) * 255.0
-    want = net(x / 255.0) * 255.0 + OUTPUT_BIAS
+    want = net(x / 255.0, branches=True) * 255.0 + OUTPUT_BIAS
     got = run_onnx(path, x)
     err = (got - want).abs().max().item()
     print(f"export: {path}, {os.path.getsize(path)} bytes, max |onnx - torch| = {err:.2e} on 0..255")
@@ -114,7 +114,8 @@ def main():
     if len(sys.argv) != 3:
         raise SystemExit(__doc__)
     state = torch.load(sys.argv[1], map_location="cpu")
-    net = model.build(state["args"]["net"])
+    a = state["args"]
+    net = model.build(a["net"], a.get("channels"), a.get("body"))
     net.load_state_dict(state["net"])
     export(net, sys.argv[2])
 

@@ -27,7 +27,6 @@ import argparse
 import json
 import math
 import os
-import pickle
 import sys
 import time
 
@@ -430,21 +429,6 @@ def from_ranges(layers, ranges):
 
 # ---------------------------------------------------------------------- main
 
-def training_pairs(root, cache):
-    """data.training_pairs, kept in a scratch file: making them takes a minute."""
-    key = os.path.abspath(root)
-    if os.path.exists(cache):
-        with open(cache, "rb") as f:
-            stored = pickle.load(f)
-        if stored["root"] == key:
-            return stored["pairs"]
-    pairs = data.training_pairs(root)
-    os.makedirs(os.path.dirname(cache), exist_ok=True)
-    with open(cache, "wb") as f:
-        pickle.dump({"root": key, "pairs": pairs}, f, protocol=pickle.HIGHEST_PROTOCOL)
-    return pairs
-
-
 def check_onnxruntime(path, img, want):
     """Runs the file by onnxruntime where it is installed; a peer, not a reference."""
     try:
@@ -499,7 +483,7 @@ def main():
 
     t0 = time.time()
     layers, float_model = read_float(args.float_path)
-    sampler = data.PatchSampler(training_pairs(args.data, os.path.join(here, "runs", "train-pairs.pkl")),
+    sampler = data.PatchSampler(data.training_pairs_cached(args.data, os.path.join(here, "runs", "train-pairs.pkl")),
                                 args.patch, args.seed)
     args.set5 = data.validation_set(args.data, "set5")
     set14 = data.validation_set(args.data, "set14")

@@ -1,22 +1,23 @@
 """Trains the full or the light network and exports it to ONNX.
 
-    python3 training/train.py --net full --device cpu --iters 20000 --out training/runs/full
+    python3 training/train.py --net full --device cuda --seconds 1800 --out training/runs/full
 
 Runs on the CPU (Debian's python3-torch) or on a GPU (--device cuda) with the
-same code. Logs the Set5 PSNR (Y, 2 pixels trimmed) as it trains, then
-Set5/Set14 at the end, and writes checkpoint.pt and <name>.onnx into --out.
+same code. The run's length is a number of iterations (--iters) or of
+training seconds (--seconds); the learning rate follows a cosine over it, so
+a run cut into short pieces (--stop-after, then --resume) is the same run.
+Logs the Set5 PSNR (Y, 2 pixels trimmed) as it trains, then Set5/Set14 at the
+end, and writes checkpoint.pt, result.json and <name>.onnx into --out.
 """
 import argparse
 import json
 import math
 import os
-import random
 import sys
 import time
 
 import numpy as np
 import torch
-import torch.nn.functional as F
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import data  # noqa: E402
@@ -42,10 +43,18 @@ def main():
     here = os.path.dirname(os.path.abspath(__file__))
     ap = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     ap.add_argument("--net", choices=sorted(model.CONFIGS), required=True)
-    ap.add_argument("--data", default=os.path.join(here, "..", "..", "shared", "data", "sr"))
+    ap.add_argument("--channels", type=int, help="feature channels instead of the configuration's")
+    ap.add_argument("--body", type=int, help="body blocks instead of the configuration's")
+    ap.add_argument("--data", default=os.path.join(here, "..", "..", "shared", "data", "sr"),
+                    help="image folder, or the archive pack_data.py writes")
+    ap.add_argument("--pairs-cache", default=os.path.join(here, "runs", "train-pairs.pkl"),
+                    help="scratch file for the training pairs (making them takes a minute)")
     ap.add_argument("--device", default="cpu", help="cpu, cuda or cuda:N")
     ap.add_argument("--threads", type=int, default=0, help="CPU threads (0: torch default)")
     ap.add_argument("--iters", type=int, default=20000)
+    ap.add_argument("--seconds", type=float, help="length of the run in training seconds instead of --iters")
+    ap.add_argument("--stop-after", type=float,
+                    help="stop this piece so many seconds after the start (resume later)")
     ap.add_argument("--batch", type=int, default=16)
     ap.add_argument("--patch", type=int, default=48, help="LR patch side")
     ap.add_argument("--lr", type=float, default=1e-3)
@@ -55,69 +64,91 @@ def main():
     ap.add_argument("--init", help="checkpoint whose weights start a new run (fine-tuning)")
     ap.add_argument("--edge-zero", type=float, default=0.0,
                     help="share of patches with zeros right of / below a random cut (see data.py)")
+    ap.add_argument("--edge-from", type=float, default=0.0,
+                    help="share of the run after which --edge-zero applies (the plug-in fine-tune)")
     ap.add_argument("--out", required=True)
     args = ap.parse_args()
 
     if args.threads:
         torch.set_num_threads(args.threads)
-    random.seed(args.seed)
-    np.random.seed(args.seed)
     torch.manual_seed(args.seed)
+    torch.backends.cudnn.benchmark = True
     device = torch.device(args.device)
     os.makedirs(args.out, exist_ok=True)
 
     t0 = time.time()
-    sampler = data.PatchSampler(data.training_pairs(args.data), args.patch, args.seed)
+    pairs = data.training_pairs_cached(args.data, args.pairs_cache)
     set5 = data.validation_set(args.data, "set5")
     set14 = data.validation_set(args.data, "set14")
+    state = torch.load(args.resume, map_location=device, weights_only=False) if args.resume else None
+    done_iters, done_seconds = (state["iter"], state["seconds"]) if state else (0, 0.0)
+    sampler = data.DevicePatchSampler(pairs, args.patch, args.seed + done_iters, device)
     print(f"data: {len(sampler.pairs)} training images (with rescales), {time.time() - t0:.1f} s", flush=True)
 
-    net = model.build(args.net).to(device)
+    net = model.build(args.net, args.channels, args.body).to(device)
     opt = torch.optim.Adam(net.parameters(), lr=args.lr)
-    # Cosine decay to 1% of the start rate over the run.
-    sched = torch.optim.lr_scheduler.LambdaLR(
-        opt, lambda i: 0.01 + 0.99 * 0.5 * (1 + math.cos(math.pi * min(i, args.iters) / args.iters)))
-    start = 0
     if args.init:
-        net.load_state_dict(torch.load(args.init, map_location=device)["net"])
-    if args.resume:
-        state = torch.load(args.resume, map_location=device)
+        net.load_state_dict(torch.load(args.init, map_location=device, weights_only=False)["net"])
+    if state:
         net.load_state_dict(state["net"])
         opt.load_state_dict(state["opt"])
-        sched.load_state_dict(state["sched"])
-        sampler.rng = np.random.default_rng(args.seed + state["iter"])
-        start = state["iter"]
+
+    def progress(it, seconds):
+        return min(1.0, seconds / args.seconds if args.seconds else it / args.iters)
+
+    def save(it, seconds):
+        torch.save({"net": net.state_dict(), "opt": opt.state_dict(), "iter": it, "seconds": seconds,
+                    "args": vars(args)}, os.path.join(args.out, "checkpoint.pt"))
 
     log = []
-    t0 = time.time()
-    running = 0.0
-    for it in range(start + 1, args.iters + 1):
-        lr_patch, hr_patch, mask = sampler.batch(args.batch, args.edge_zero)
-        x = torch.from_numpy(lr_patch).to(device)
-        y = torch.from_numpy(hr_patch).to(device)
-        m = torch.from_numpy(mask).to(device)
+    if state and os.path.exists(os.path.join(args.out, "log.json")):
+        with open(os.path.join(args.out, "log.json")) as f:
+            log = json.load(f)
+    it, seconds = done_iters, done_seconds
+    start = time.time()
+    eval_time = 0.0  # evaluation is not training time
+    running = torch.zeros((), device=device)
+    since_eval = 0
+    while progress(it, seconds) < 1.0:
+        p = progress(it, seconds)
+        # Cosine decay to 1% of the start rate over the run.
+        for group in opt.param_groups:
+            group["lr"] = args.lr * (0.01 + 0.99 * 0.5 * (1 + math.cos(math.pi * p)))
+        x, y, m = sampler.batch(args.batch, args.edge_zero if p >= args.edge_from else 0.0)
         loss = ((net(x) - y).abs() * m).sum() / m.sum()
         opt.zero_grad(set_to_none=True)
         loss.backward()
         opt.step()
-        sched.step()
-        running += loss.item()
-        if it % args.eval_every == 0 or it == args.iters:
+        running += loss.detach()
+        it += 1
+        since_eval += 1
+        seconds = done_seconds + time.time() - start - eval_time
+        last = progress(it, seconds) >= 1.0 or (args.stop_after and time.time() - t0 >= args.stop_after)
+        if it % args.eval_every == 0 or last:
+            t_eval = time.time()
             psnr = evaluate(net, set5, device)
-            elapsed = time.time() - t0
-            n = args.eval_every if it % args.eval_every == 0 else it % args.eval_every
-            print(f"iter {it:6d}  loss {running / n:.5f}  set5 {psnr:.3f} dB  "
-                  f"lr {sched.get_last_lr()[0]:.2e}  {elapsed / 60:.1f} min", flush=True)
-            log.append({"iter": it, "loss": running / n, "set5": psnr, "minutes": elapsed / 60})
-            running = 0.0
-            torch.save({"net": net.state_dict(), "opt": opt.state_dict(), "sched": sched.state_dict(),
-                        "iter": it, "args": vars(args)}, os.path.join(args.out, "checkpoint.pt"))
+            print(f"iter {it:7d}  loss {running.item() / since_eval:.5f}  set5 {psnr:.3f} dB  "
+                  f"lr {opt.param_groups[0]['lr']:.2e}  {seconds / 60:.1f} min", flush=True)
+            log.append({"iter": it, "loss": running.item() / since_eval, "set5": psnr, "minutes": seconds / 60})
+            running.zero_()
+            since_eval = 0
+            save(it, seconds)
+            with open(os.path.join(args.out, "log.json"), "w") as f:
+                json.dump(log, f)
+            eval_time += time.time() - t_eval
+        if last:
+            break
+    if progress(it, seconds) < 1.0:
+        print(f"stopped at iteration {it}, {seconds / 60:.1f} of the run's minutes; --resume continues", flush=True)
+        return
 
-    minutes = (time.time() - t0) / 60
-    result = {"net": args.net, "iters": args.iters, "train_minutes": minutes, "device": str(device),
+    result = {"net": args.net, "shape": model.shape(args.net, args.channels, args.body), "iters": it,
+              "train_minutes": seconds / 60, "device": str(device),
+              "device_name": torch.cuda.get_device_name(device) if device.type == "cuda" else "cpu",
               "set5": evaluate(net, set5, device), "set14": evaluate(net, set14, device), "log": log,
               "args": vars(args)}
-    print(f"final: set5 {result['set5']:.3f} dB, set14 {result['set14']:.3f} dB, {minutes:.1f} min", flush=True)
+    print(f"final: set5 {result['set5']:.3f} dB, set14 {result['set14']:.3f} dB, {it} iterations, "
+          f"{seconds / 60:.1f} min", flush=True)
     onnx_path = os.path.join(args.out, ONNX_NAMES[args.net])
     export.export(net.cpu(), onnx_path)
     with open(os.path.join(args.out, "result.json"), "w") as f:
