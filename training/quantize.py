@@ -429,6 +429,17 @@ def from_ranges(layers, ranges):
 
 # ---------------------------------------------------------------------- main
 
+def write_reference(path, models):
+    """int32 H, W, the H x W input bytes (kept from the file), then simulate()
+    of RTC.onnx and of RTC_degrade.onnx on them, float32."""
+    with open(path, "rb") as f:
+        h, w = (int(v) for v in np.frombuffer(f.read(8), "<i4"))
+        img = np.frombuffer(f.read(h * w), np.uint8).reshape(h, w)
+    outs = [simulate(os.path.join(models, name), img).astype("<f4") for name in ("RTC.onnx", "RTC_degrade.onnx")]
+    with open(path, "wb") as f:
+        f.write(np.array([h, w], "<i4").tobytes() + img.tobytes() + b"".join(o.tobytes() for o in outs))
+
+
 def check_onnxruntime(path, img, want):
     """Runs the file by onnxruntime where it is installed; a peer, not a reference."""
     try:
@@ -465,8 +476,13 @@ def main():
     ap.add_argument("--h", type=int)
     ap.add_argument("--w", type=int)
     ap.add_argument("--output", help="raw float32 output, 2H x 2W")
+    ap.add_argument("--reference", help="rewrite the shipped networks' test fixture (tests/fixtures/"
+                    "shipped_int8.ref) for models/, keeping its input")
     args = ap.parse_args()
 
+    if args.reference:
+        write_reference(args.reference, os.path.join(here, "..", "models"))
+        return
     if args.simulate:
         img = np.fromfile(args.input, np.uint8).reshape(args.h, args.w)
         simulate(args.simulate, img).astype("<f4").tofile(args.output)
