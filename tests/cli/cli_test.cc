@@ -166,6 +166,35 @@ TEST_F(Cli, LosslessOutputIsThePluginsOutputForEachFrame) {
   }
 }
 
+// Offline: the one network asked for on every frame (over 30 frames, where
+// the governor may act), the same frames as the plug-in gives with the
+// fixture network (which has no state a frame could leave behind), and
+// frames wider than the plug-in takes, enlarged whole.
+TEST_F(Cli, OfflineRunsOneNetworkOnEveryFrameOfAnySize) {
+  const std::string in =
+      Clip("offline.y4m", "-f lavfi -i testsrc2=size=96x64:rate=25 -frames:v 40 -pix_fmt yuv420p");
+  const std::string live = File("live_2x.y4m"), offline = File("offline_2x.y4m");
+  ASSERT_EQ(Vorlith("upscale -q " + in + " " + live).code, 0);
+  const Result r = Vorlith("upscale --offline --net light --stats " + in + " " + offline);
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(LinesWith(r.out, "  light "), 40) << r.out;
+  EXPECT_NE(r.out.find("network: light 40 frames"), std::string::npos) << r.out;
+  EXPECT_EQ(ReadFile(offline), ReadFile(live));
+
+  const int w = 1312, h = 38;
+  const std::string wide =
+      Clip("offline_wide.y4m", "-f lavfi -i testsrc2=size=1312x38:rate=25 -frames:v 2 -pix_fmt yuv420p");
+  const std::string wide2x = File("offline_wide_2x.y4m");
+  ASSERT_EQ(Vorlith("upscale -q --offline " + wide + " " + wide2x).code, 0);
+  const auto src = Y4mFrames(ReadFile(wide), w, h), dst = Y4mFrames(ReadFile(wide2x), 2 * w, 2 * h);
+  ASSERT_EQ(src.size(), 2u);
+  ASSERT_EQ(dst.size(), 2u);
+  for (size_t f = 0; f < src.size(); ++f) {
+    vorlith::test::ExpectNearestLumaBilinearChroma(src[f].first, src[f].second, dst[f].first,
+                                                   dst[f].second, w, h);
+  }
+}
+
 // Frames change size in mid-stream: every frame still comes out, at the
 // size of the first, here losslessly with FFV1.
 TEST_F(Cli, SizeChangeMidStreamKeepsEveryFrame) {

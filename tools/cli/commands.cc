@@ -39,6 +39,12 @@ std::string Fixed(double value, int decimals) {
 // largest that the plug-in takes.
 void PluginSize(const Options& options, const std::string& what, int width, int height,
                 int* out_width, int* out_height) {
+  if (options.offline && !options.fit) {
+    // The Upscaler enlarges frames of any size, in tiles.
+    *out_width = width;
+    *out_height = height;
+    return;
+  }
   FitSize(width, height, out_width, out_height);
   if ((*out_width != width || *out_height != height) && !options.fit) {
     throw CliError(kExitTooLarge,
@@ -164,7 +170,8 @@ void RunUpscale(const Options& options) {
   MediaReader reader(options.input, options.encode.threads);
   int width = 0, height = 0;
   PluginSize(options, options.input, reader.width(), reader.height(), &width, &height);
-  std::unique_ptr<PluginHost> host = PluginHost::CreateDefault(options.net);
+  std::unique_ptr<PluginHost> host =
+      options.offline ? PluginHost::CreateOffline(options.net) : PluginHost::CreateDefault(options.net);
   if (options.start_seconds > 0) reader.SeekTo(options.start_seconds);
   MediaWriter writer(options.output, options.encode, reader);
   reader.set_audio_sink([&writer](AVPacket* packet) { writer.WriteAudio(packet); });

@@ -17,6 +17,7 @@ struct Options {
   bool fit = false;
   bool quiet = false;
   bool stats = false;
+  bool offline = false;      // upscale: one network for every frame, no time governor
   double start_seconds = 0;  // 0: from the beginning
   long frames = 0;           // 0: all
   std::string crop;          // compare: "WxH" or "WxH+X+Y"

@@ -37,13 +37,58 @@ PluginHost::PluginHost(std::unique_ptr<SuperResolutionInterface> plugin, NetType
   on_light_ = net_ == NET_TYPE_LIGHT;
 }
 
+PluginHost::PluginHost(std::unique_ptr<Upscaler> offline, NetType net)
+    : offline_(std::move(offline)), net_(net), on_light_(net == NET_TYPE_LIGHT) {}
+
 std::unique_ptr<PluginHost> PluginHost::CreateDefault(NetType net) {
   return std::make_unique<PluginHost>(
       std::unique_ptr<SuperResolutionInterface>(SuperResolutionInterface::Create()), net);
 }
 
+std::unique_ptr<PluginHost> PluginHost::CreateOffline(NetType net) {
+  Upscaler::Options options;
+  options.network = net == NET_TYPE_LIGHT ? Upscaler::Network::kLight : Upscaler::Network::kFull;
+  try {
+    return std::unique_ptr<PluginHost>(new PluginHost(std::make_unique<Upscaler>(options), net));
+  } catch (const std::runtime_error& e) {
+    throw CliError(kExitNoNetwork, e.what());
+  }
+}
+
 Enlarged PluginHost::Enlarge(const Frame& in) {
   Enlarged result;
+  const auto start = std::chrono::steady_clock::now();
+  Frame produced = offline_ ? EnlargeOffline(in, result) : EnlargeWithPlugin(in, result);
+  result.ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+                  .count();
+  if (result.path == Path::kLight && !on_light_) {
+    result.fell_back = true;
+    ++stats_.fallbacks;
+  }
+  if (result.path != Path::kBilinear) on_light_ = result.path == Path::kLight;
+  result.frame = std::move(produced);
+  ++stats_.frames;
+  ++stats_.per_path[static_cast<int>(result.path)];
+  stats_.ms.push_back(result.ms);
+  return result;
+}
+
+Frame PluginHost::EnlargeOffline(const Frame& in, Enlarged& result) {
+  const int w = in.width(), h = in.height();
+  Frame out = Frame::Create(2 * w, 2 * h);
+  {
+    FrameLock src(in, /*read_only=*/true), dst(out);
+    offline_->EnlargeNV12(ConstPlane(in.plane(0), w, h, in.stride(0)),
+                          ConstPlane(in.plane(1), (w + 1) / 2, (h + 1) / 2, in.stride(1), 2),
+                          Plane(out.plane(0), 2 * w, 2 * h, out.stride(0)),
+                          Plane(out.plane(1), w, h, out.stride(1), 2));
+  }
+  result.status = net_ == NET_TYPE_LIGHT ? SR_OK_LIGHT : SR_OK;
+  result.path = net_ == NET_TYPE_LIGHT ? Path::kLight : Path::kFull;
+  return out;
+}
+
+Frame PluginHost::EnlargeWithPlugin(const Frame& in, Enlarged& result) {
   _tagVideoData src{};
   src.width = static_cast<uint32_t>(in.width());
   src.height = static_cast<uint32_t>(in.height());
@@ -52,7 +97,6 @@ Enlarged PluginHost::Enlarge(const Frame& in) {
   _tagVideoData dst{};
   dst.pixelBuffer = nullptr;  // left untouched unless a frame comes back
 
-  const auto start = std::chrono::steady_clock::now();
   result.status = plugin_->ProcessData(&src, &dst);
   Frame produced(dst.pixelBuffer);
   switch (result.status) {
@@ -78,18 +122,7 @@ Enlarged PluginHost::Enlarge(const Frame& in) {
                                          std::to_string(stats_.frames + 1) + " (ProcessData returned " +
                                          std::to_string(result.status) + "): " + host::NetworkTrouble());
   }
-  result.ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
-                  .count();
-  if (result.path == Path::kLight && !on_light_) {
-    result.fell_back = true;
-    ++stats_.fallbacks;
-  }
-  if (result.path != Path::kBilinear) on_light_ = result.path == Path::kLight;
-  result.frame = std::move(produced);
-  ++stats_.frames;
-  ++stats_.per_path[static_cast<int>(result.path)];
-  stats_.ms.push_back(result.ms);
-  return result;
+  return produced;
 }
 
 }  // namespace vorlith::cli

@@ -1,7 +1,8 @@
 // Drives the plug-in as an application does: Create, SelectNetType, Init,
 // then ProcessData once per frame. What the plug-in declines, the host does
 // itself: frames whose size the time governor refused are enlarged with a
-// plain bilinear 2x, so that a video keeps every frame.
+// plain bilinear 2x, so that a video keeps every frame. Offline, the
+// library's Upscaler runs one network on every frame instead.
 #ifndef VORLITH_TOOLS_CLI_HOST_H_
 #define VORLITH_TOOLS_CLI_HOST_H_
 
@@ -11,6 +12,7 @@
 
 #include "tools/cli/frame.h"
 #include "vorlith/plugin.h"
+#include "vorlith/vorlith.hpp"
 
 namespace vorlith::cli {
 
@@ -45,6 +47,11 @@ class PluginHost {
   PluginHost(std::unique_ptr<SuperResolutionInterface> plugin, NetType net);
   // The library's plug-in.
   static std::unique_ptr<PluginHost> CreateDefault(NetType net);
+  // One network for every frame and no time governor: the Upscaler on the
+  // same networks, so that the output depends on the input alone, never on
+  // how busy the machine was. Throws CliError (kExitNoNetwork) when a
+  // network cannot be loaded.
+  static std::unique_ptr<PluginHost> CreateOffline(NetType net);
 
   // Enlarges one NV12 frame 2x. Throws CliError for frames above the size
   // limit (kExitTooLarge) and when the plug-in cannot run its networks
@@ -54,7 +61,12 @@ class PluginHost {
   const HostStats& stats() const { return stats_; }
 
  private:
+  PluginHost(std::unique_ptr<Upscaler> offline, NetType net);
+  Frame EnlargeWithPlugin(const Frame& in, Enlarged& result);
+  Frame EnlargeOffline(const Frame& in, Enlarged& result);
+
   std::unique_ptr<SuperResolutionInterface> plugin_;
+  std::unique_ptr<Upscaler> offline_;
   NetType net_;
   KernelContext ctx_;
   HostStats stats_;

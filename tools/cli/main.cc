@@ -67,6 +67,9 @@ int main(int argc, char** argv) {
                       "decoder and encoder threads (0: automatic; the networks use every core)")
       ->check(CLI::NonNegativeNumber)
       ->capture_default_str();
+  upscale->add_flag("--offline", options.offline,
+                    "one network for every frame (--net), no time governor, frames of any size: the "
+                    "output depends on the input alone, never on how busy the machine is");
   upscale->add_flag("--stats", options.stats,
                     "one line per frame: milliseconds, network, governor events");
   upscale->add_option("--codec", options.encode.codec,
