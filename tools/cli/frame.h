@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "vorlith/kernel_context.h"
+#include "src/checked/context.h"
 #include "vorlith/pixel_buffer.h"
 
 namespace vorlith::cli {
@@ -81,17 +81,7 @@ class FrameLock {
 };
 
 // A kernel context for the library's resamplers, released at the end.
-class KernelContext {
- public:
-  KernelContext() { InitLanczos1p5x(&ctx_); }
-  ~KernelContext() { UInitLanczos1p5x(&ctx_); }
-  KernelContext(const KernelContext&) = delete;
-  KernelContext& operator=(const KernelContext&) = delete;
-  _StLanczos1p5x* get() { return &ctx_; }
-
- private:
-  _StLanczos1p5x ctx_{};
-};
+using KernelContext = checked::Context;
 
 // A plain bilinear 2x of a whole frame, for frames the plug-in will not
 // enlarge (host::BilinearEnlargeNv12).
