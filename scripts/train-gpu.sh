@@ -21,7 +21,7 @@ nets=("full20x4 full 20 4" "full16x6 full 16 6" "light12x3 light 12 3")
 # ONLY="full20x4 light12x3" trains only those.
 if [ -n "${ONLY:-}" ]; then
   kept=()
-  for spec in "${nets[@]}"; do [[ " $ONLY " == *" ${spec%% *} "* ]] && kept+=("$spec"); done
+  for entry in "${nets[@]}"; do [[ " $ONLY " == *" ${entry%% *} "* ]] && kept+=("$entry"); done
   nets=("${kept[@]}")
 fi
 nvidia-smi --query-gpu=name,memory.total,driver_version --format=csv,noheader
@@ -43,8 +43,8 @@ import sys, time; sys.path.insert(0, "training"); import data
 t = time.time(); data.training_pairs_cached("$archive", "training/runs/train-pairs.pkl")
 print(f"pairs: {time.time() - t:.1f} s")
 PY
-for spec in "${nets[@]}"; do
-  read -r name net channels body <<<"$spec"
+for entry in "${nets[@]}"; do
+  read -r name net channels body <<<"$entry"
   mkdir -p "$runs/$name"
   resume=()
   seconds=$total
@@ -60,8 +60,8 @@ for spec in "${nets[@]}"; do
     >>"$runs/$name/train.log" 2>&1 &
 done
 wait
-for spec in "${nets[@]}"; do
-  read -r name _ <<<"$spec"
+for entry in "${nets[@]}"; do
+  read -r name _ <<<"$entry"
   echo "== $name"; tail -n 3 "$runs/$name/train.log"
 done
 tar -cf "${OUT:-.}/runs.tar" -C training/runs gpu
