@@ -8,6 +8,7 @@ would hand them over.
 import glob
 import multiprocessing
 import os
+import pickle
 
 import numpy as np
 from PIL import Image
@@ -51,19 +52,18 @@ def read_images(root, sets, rgb_luma):
     return {os.path.relpath(p, root)[:-4]: (luma_bt601(p) if rgb_luma else load_gray(p)) for p in files}
 
 
-def training_pairs(root, workers=None):
+def training_pairs(root):
     images = read_images(root, TRAIN_SETS, rgb_luma=False)
     if not images:
         raise SystemExit(f"no training images under {root}/{{{','.join(TRAIN_SETS)}}}")
     # Resizing is a minute's work on one core; the images are independent.
-    with multiprocessing.Pool(workers or os.cpu_count()) as pool:
+    with multiprocessing.Pool() as pool:
         per_image = pool.map(_image_pairs, list(images.values()), chunksize=4)
     return [p for pairs in per_image for p in pairs]
 
 
 def training_pairs_cached(root, cache):
     """training_pairs, kept in a scratch file for the next run."""
-    import pickle
     key = os.path.abspath(root)
     if os.path.exists(cache):
         with open(cache, "rb") as f:
@@ -158,7 +158,7 @@ class DevicePatchSampler:
         self.patch = patch
         self.gen = torch.Generator(device=self.device)
         self.gen.manual_seed(seed)
-        self.pairs = pairs
+        self.count = len(pairs)
 
     def _rand(self, n):
         return self.torch.rand(n, generator=self.gen, device=self.device)

@@ -10,7 +10,8 @@ import math
 import numpy as np
 
 
-def _cubic(x):
+def cubic(x):
+    """Keys cubic kernel, a = -0.5."""
     ax = np.abs(x)
     ax2, ax3 = ax * ax, ax * ax * ax
     return ((1.5 * ax3 - 2.5 * ax2 + 1.0) * (ax <= 1)
@@ -28,7 +29,7 @@ def weight_matrix(in_len, out_len, scale):
     taps = int(math.ceil(width)) + 2
     idx = left[:, None] + np.arange(taps)[None, :]
     dist = u[:, None] - idx
-    w = scale * _cubic(scale * dist) if scale < 1 else _cubic(dist)
+    w = scale * cubic(scale * dist) if scale < 1 else cubic(dist)
     w /= w.sum(axis=1, keepdims=True)
     # Symmetric padding: index -1 reads 0, index n reads n-1 (0-based).
     mirror = np.concatenate([np.arange(in_len), np.arange(in_len - 1, -1, -1)])

@@ -120,7 +120,7 @@ class SRNet(nn.Module):
     def forward(self, x, branches=False):
         """branches=True runs each block as its sum of branches (slow; for
         checking the collapse)."""
-        run = (lambda block, t: block.branches(t)) if branches else (lambda block, t: block(t))
+        run = RepBlock.branches if branches else RepBlock.__call__
         y = self.acts[0](run(self.head, x))
         for block, act in zip(self.body, self.acts[1:]):
             y = act(run(block, y))
@@ -143,12 +143,14 @@ def build(name, channels=None, body=None):
 def macs_per_input_pixel(name, channels=None, body=None):
     """Multiply-accumulates per input pixel of the exported network: the
     convolutions, PReLU (one multiply) and the residual add (4)."""
-    c, n = shape(name, channels, body).values()
+    s = shape(name, channels, body)
+    c, n = s["channels"], s["body"]
     conv = 9 * (1 * c + n * c * c + c * 4)
     return conv + (n + 1) * c + 4
 
 
 def parameters_exported(name, channels=None, body=None):
-    c, n = shape(name, channels, body).values()
+    s = shape(name, channels, body)
+    c, n = s["channels"], s["body"]
     conv = 9 * (c + n * c * c + 4 * c) + (c + n * c + 4)
     return conv + (n + 1) * c

@@ -83,7 +83,7 @@ def main():
     state = torch.load(args.resume, map_location=device, weights_only=False) if args.resume else None
     done_iters, done_seconds = (state["iter"], state["seconds"]) if state else (0, 0.0)
     sampler = data.DevicePatchSampler(pairs, args.patch, args.seed + done_iters, device)
-    print(f"data: {len(sampler.pairs)} training images (with rescales), {time.time() - t0:.1f} s", flush=True)
+    print(f"data: {sampler.count} training images (with rescales), {time.time() - t0:.1f} s", flush=True)
 
     net = model.build(args.net, args.channels, args.body).to(device)
     opt = torch.optim.Adam(net.parameters(), lr=args.lr)
@@ -98,12 +98,9 @@ def main():
 
     def save(it, seconds):
         torch.save({"net": net.state_dict(), "opt": opt.state_dict(), "iter": it, "seconds": seconds,
-                    "args": vars(args)}, os.path.join(args.out, "checkpoint.pt"))
+                    "log": log, "args": vars(args)}, os.path.join(args.out, "checkpoint.pt"))
 
-    log = []
-    if state and os.path.exists(os.path.join(args.out, "log.json")):
-        with open(os.path.join(args.out, "log.json")) as f:
-            log = json.load(f)
+    log = state.get("log", []) if state else []
     it, seconds = done_iters, done_seconds
     start = time.time()
     eval_time = 0.0  # evaluation is not training time
@@ -133,8 +130,6 @@ def main():
             running.zero_()
             since_eval = 0
             save(it, seconds)
-            with open(os.path.join(args.out, "log.json"), "w") as f:
-                json.dump(log, f)
             eval_time += time.time() - t_eval
         if last:
             break

@@ -21,24 +21,17 @@ import numpy as np
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import data  # noqa: E402
-from matlab_resize import imresize, to_uint8  # noqa: E402
+from matlab_resize import cubic, imresize, to_uint8  # noqa: E402
 
 W, H = 256, 192
 STEP = (0.29, 0.63)  # rows, columns per frame
 
 
-def cubic_weights(f, a=-0.5):
-    """Weights of taps -1, 0, 1, 2 for a sample at fractional offset f."""
-    def k(x):
-        x = abs(x)
-        return ((a + 2) * x - (a + 3)) * x * x + 1 if x <= 1 else ((a * x - 5 * a) * x + 8 * a) * x - 4 * a
-    return np.array([k(1 + f), k(f), k(1 - f), k(2 - f)])
-
-
 def window(img, y, x):
     """H x W window of img with its top-left corner at the real point (y, x)."""
     iy, ix = int(np.floor(y)), int(np.floor(x))
-    wy, wx = cubic_weights(y - iy), cubic_weights(x - ix)
+    # Weights of taps -1, 0, 1, 2 for the fractional offsets.
+    wy, wx = (cubic(np.array([1 + f, f, 1 - f, 2 - f])) for f in (y - iy, x - ix))
     src = img.astype(np.float64)[iy - 1:iy + H + 3, ix - 1:ix + W + 3]
     rows = sum(wy[t] * src[t:t + H] for t in range(4))
     return to_uint8(sum(wx[t] * rows[:, t:t + W] for t in range(4)))
