@@ -12,7 +12,9 @@ packages+=(libonnx-dev libprotobuf-dev)
 packages+=(pybind11-dev python3-dev python3-numpy python3-pytest)
 # The command-line host: FFmpeg's libraries, its parser, and ffmpeg/ffprobe for
 # its tests.
-packages+=(libavformat-dev libavcodec-dev libswscale-dev libavutil-dev libcli11-dev ffmpeg)
+packages+=(libavformat-dev libavcodec-dev libswscale-dev libavutil-dev libcli11-dev nlohmann-json3-dev ffmpeg)
+# The cluster test: a one-node Slurm on this machine.
+packages+=(slurm-wlm munge)
 # The GStreamer element, its GstHarness tests and the pipeline test (decoders,
 # videoconvert, x264enc, mp4mux).
 packages+=(libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base

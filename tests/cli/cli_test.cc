@@ -109,6 +109,14 @@ class Cli : public testing::Test {
     EXPECT_FALSE(fs::exists(path + ".part")) << path;
   }
 
+  // The decoded frames of a file's video, one hash each.
+  static std::string FrameHashes(const std::string& path) {
+    const Result r = Shell("(ffmpeg -nostdin -v error -i " + path +
+                           " -map 0:v -pix_fmt yuv420p -f framemd5 - | grep -v '^#' | cut -d, -f6)");
+    EXPECT_EQ(r.err, "");
+    return r.out;
+  }
+
   static fs::path root_;
 };
 
@@ -195,6 +203,43 @@ TEST_F(Cli, OfflineRunsOneNetworkOnEveryFrameOfAnySize) {
   }
 }
 
+// A clip cut at keyframes into planned segments, each enlarged by its own
+// process, then joined: the frames of one offline run, and the original's
+// audio, whether the lossless pieces are copied or encoded once. A join with
+// a piece missing names it and writes nothing.
+TEST_F(Cli, PlannedSegmentsJoinToTheOfflineRun) {
+  const std::string in = Clip("long.mp4", "-f lavfi -i testsrc2=size=96x64:rate=25:duration=2 "
+                                          "-f lavfi -i sine=duration=2 -c:v libx264 -g 8 -bf 2 "
+                                          "-c:a aac -shortest");
+  const std::string plan = File("long.plan"), single = File("single_2x.mkv");
+  Result r = Vorlith("plan " + in + " --segments 3 --pieces " + File("pieces") + " -o " + plan);
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(LinesWith(ReadFile(plan), "\"segments\":3,"), 3) << ReadFile(plan);
+  ASSERT_EQ(Vorlith("upscale -q --offline --codec ffv1 " + in + " " + single).code, 0);
+  for (const char* k : {"2", "0"}) {
+    r = Vorlith("upscale -q --plan " + plan + " --segment " + k);
+    ASSERT_EQ(r.code, 0) << r.err;
+  }
+  const std::string copied = File("joined_2x.mkv"), encoded = File("joined_2x.mp4");
+  r = Vorlith("join --plan " + plan + " " + copied);
+  EXPECT_EQ(r.code, 1);
+  EXPECT_NE(r.err.find("segment 1 of 3 is missing"), std::string::npos) << r.err;
+  ExpectNoOutput(copied);
+
+  ASSERT_EQ(Vorlith("upscale -q --plan " + plan + " --segment 1").code, 0);
+  r = Vorlith("join --codec ffv1 --plan " + plan + " " + copied);
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_NE(r.out.find("copied, not re-encoded"), std::string::npos) << r.out;
+  ASSERT_EQ(Vorlith("join -q --crf 0 --preset ultrafast --plan " + plan + " " + encoded).code, 0);
+  const std::string frames = FrameHashes(single);
+  EXPECT_EQ(LinesWith(frames, ""), 50);
+  EXPECT_EQ(FrameHashes(copied), frames);
+  EXPECT_EQ(FrameHashes(encoded), frames);
+  for (const std::string& out : {copied, encoded}) {
+    ExpectVideo(out, {{"audio", "aac"}, {"nb_read_frames", "50"}, {"start_time", "0.000000"}});
+  }
+}
+
 // Frames change size in mid-stream: every frame still comes out, at the
 // size of the first, here losslessly with FFV1.
 TEST_F(Cli, SizeChangeMidStreamKeepsEveryFrame) {
@@ -252,6 +297,7 @@ TEST_F(Cli, FailuresExitWithTheirCodeAndLeaveNoOutput) {
       {whole + " " + File("out.unknown"), 2, {}},
       {"--net medium " + whole + " " + out, 2, {}},
       {wide + " " + out, 3, {"1290x96", "at most 1280", "--fit"}},
+      {"--segment 1 " + whole + " " + out, 2, {"--plan FILE --segment K alone"}},
   };
   for (const auto& c : cases) {
     const Result r = Vorlith("upscale " + c.args);

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -18,6 +19,7 @@ extern "C" {
 
 #include "tools/cli/host.h"
 #include "tools/cli/report.h"
+#include "tools/cli/segments.h"
 
 namespace vorlith::cli {
 
@@ -59,8 +61,8 @@ void CheckInterrupted() {
   if (g_interrupted) throw CliError(kExitInterrupted, "interrupted; no output written");
 }
 
-// Writes `bytes` to a temporary file and renames it to `path`, so that a
-// failed run leaves no file under the final name.
+}  // namespace
+
 void WriteFileAtomically(const std::string& path, const std::vector<unsigned char>& bytes) {
   const std::string temp = path + ".part";
   {
@@ -80,6 +82,8 @@ void WriteFileAtomically(const std::string& path, const std::vector<unsigned cha
     throw CliError(kExitFailure, "cannot rename " + temp + " to " + path + ": " + ec.message());
   }
 }
+
+namespace {
 
 // An NV12 frame as 8-bit BGR, the layout OpenCV writes.
 cv::Mat ToBgr(const Frame& frame, Converter& converter) {
@@ -166,14 +170,51 @@ void Summary(Reporter& reporter, const Options& options, const MediaReader& read
 
 }  // namespace
 
-void RunUpscale(const Options& options) {
+namespace {
+
+// The plan's segment `given.segment`, and the options that enlarge it: the
+// plan's input, piece, network and codec, offline.
+Segment PlannedSegment(const Options& given, Options& options) {
+  const std::vector<Segment> plan = ReadPlan(given.plan);
+  if (given.segment < 0 || given.segment >= static_cast<int>(plan.size())) {
+    throw CliError(kExitUsage, given.plan + " has segments 0 to " + std::to_string(plan.size() - 1) +
+                                   ", not " + std::to_string(given.segment));
+  }
+  const Segment& s = plan[given.segment];
+  options.input = s.input;
+  options.output = s.piece;
+  options.offline = true;
+  options.net = s.net == "light" ? NET_TYPE_LIGHT : NET_TYPE_FULL;
+  options.encode.codec = s.codec;
+  options.encode.audio = false;  // the join takes it from the original
+  std::error_code ec;
+  std::filesystem::create_directories(std::filesystem::path(s.piece).parent_path(), ec);
+  return s;
+}
+
+}  // namespace
+
+void RunUpscale(const Options& given) {
+  Options options = given;
+  std::optional<Segment> segment;
+  if (!given.plan.empty()) segment = PlannedSegment(given, options);
   MediaReader reader(options.input, options.encode.threads);
   int width = 0, height = 0;
   PluginSize(options, options.input, reader.width(), reader.height(), &width, &height);
   std::unique_ptr<PluginHost> host =
       options.offline ? PluginHost::CreateOffline(options.net) : PluginHost::CreateDefault(options.net);
-  if (options.start_seconds > 0) reader.SeekTo(options.start_seconds);
+  if (segment) {
+    if (reader.video()->time_base.num != segment->tb_num ||
+        reader.video()->time_base.den != segment->tb_den) {
+      throw CliError(kExitFailure, options.input + " is not the video " + given.plan + " was made for");
+    }
+    // The first segment reads from the file's start, as a whole-file run does.
+    reader.LimitTo(segment->start_pts, segment->end_pts, segment->index > 0);
+  } else if (options.start_seconds > 0) {
+    reader.SeekTo(options.start_seconds);
+  }
   MediaWriter writer(options.output, options.encode, reader);
+  if (segment) writer.SetTag(kPieceTag, PieceTag(*segment));
   reader.set_audio_sink([&writer](AVPacket* packet) { writer.WriteAudio(packet); });
 
   Reporter reporter(options.quiet, options.stats);
@@ -228,6 +269,12 @@ void RunUpscale(const Options& options) {
     throw CliError(kExitFailure, options.input + " has no frame at or after the start point");
   }
   if (decoded == nullptr) reader.CheckComplete();
+  if (segment && writer.frames_written() != segment->frames) {
+    throw CliError(kExitFailure, "segment " + std::to_string(segment->index) + " of " + given.plan +
+                                     ": " + std::to_string(segment->frames) + " frames planned, " +
+                                     std::to_string(writer.frames_written()) +
+                                     " read; has the input changed since it was planned?");
+  }
   writer.Finish();
   const double seconds = reporter.elapsed_seconds();
   reporter.Stop();

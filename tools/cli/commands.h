@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <string>
+#include <vector>
 
 #include "tools/cli/media.h"
 #include "vorlith/plugin.h"
@@ -21,6 +22,11 @@ struct Options {
   double start_seconds = 0;  // 0: from the beginning
   long frames = 0;           // 0: all
   std::string crop;          // compare: "WxH" or "WxH+X+Y"
+  std::string plan;          // upscale --segment, join: the plan file
+  int segment = -1;          // upscale: the plan's segment to enlarge
+  int segments = 0;          // plan: how many
+  double segment_seconds = 0;  // plan: or how long each
+  std::string pieces;        // plan: where the pieces go
   EncodeOptions encode;
 };
 
@@ -30,6 +36,12 @@ extern std::atomic<bool> g_interrupted;
 void RunUpscale(const Options& options);
 void RunImage(const Options& options);
 void RunCompare(const Options& options);
+void RunPlan(const Options& options);
+void RunJoin(const Options& options);
+
+// Writes `bytes` to a temporary file and renames it to `path`, so that a
+// failed run leaves no file under the final name.
+void WriteFileAtomically(const std::string& path, const std::vector<unsigned char>& bytes);
 
 }  // namespace vorlith::cli
 

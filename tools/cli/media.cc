@@ -47,7 +47,7 @@ Enum Checked(const Enum& field, Enum count, Enum unknown) {
 // ---- MediaReader -------------------------------------------------------------
 
 MediaReader::MediaReader(const std::string& path, int threads)
-    : path_(path), start_pts_(AV_NOPTS_VALUE), last_pts_(AV_NOPTS_VALUE) {
+    : path_(path), start_pts_(AV_NOPTS_VALUE), end_pts_(AV_NOPTS_VALUE), last_pts_(AV_NOPTS_VALUE) {
   // A constructor that throws runs no destructor: free what Open made.
   try {
     Open(threads);
@@ -140,8 +140,19 @@ void MediaReader::SeekTo(double seconds) {
   }
 }
 
+void MediaReader::LimitTo(int64_t start_pts, int64_t end_pts, bool seek) {
+  start_pts_ = start_pts;
+  end_pts_ = end_pts;
+  origin_us_ = av_rescale_q(start_pts, video()->time_base, AV_TIME_BASE_Q);
+  seeked_ = true;
+  if (seek && avformat_seek_file(format_, video_index_, INT64_MIN, start_pts, start_pts, 0) >= 0) {
+    avcodec_flush_buffers(decoder_);
+  }
+}
+
 const AVFrame* MediaReader::Next() {
   av_frame_unref(frame_);
+  if (ended_) return nullptr;
   for (;;) {
     int status = avcodec_receive_frame(decoder_, frame_);
     if (status == 0) {
@@ -149,6 +160,13 @@ const AVFrame* MediaReader::Next() {
       if (start_pts_ != AV_NOPTS_VALUE && pts != AV_NOPTS_VALUE && pts < start_pts_) {
         av_frame_unref(frame_);
         continue;
+      }
+      // Frames come out in presentation order: the first at the end of the
+      // range ends it.
+      if (end_pts_ != AV_NOPTS_VALUE && pts != AV_NOPTS_VALUE && pts >= end_pts_) {
+        av_frame_unref(frame_);
+        ended_ = true;
+        return nullptr;
       }
       if (pts != AV_NOPTS_VALUE) last_pts_ = pts;
       last_damaged_ = Damaged(frame_);
@@ -411,7 +429,7 @@ MediaWriter::MediaWriter(const std::string& path, const EncodeOptions& options,
   video_stream_ = avformat_new_stream(format_, nullptr);
   packet_ = av_packet_alloc();
 
-  if (const AVStream* in = input.audio()) {
+  if (const AVStream* in = options_.audio ? input.audio() : nullptr) {
     const char* audio_name = avcodec_get_name(in->codecpar->codec_id);
     if (container->audio_codec != AV_CODEC_ID_NONE &&
         avformat_query_codec(container, in->codecpar->codec_id, FF_COMPLIANCE_NORMAL) != 0) {
@@ -483,12 +501,15 @@ void MediaWriter::Open(int width, int height) {
   video_stream_->time_base = encoder_->time_base;
   video_stream_->avg_frame_rate = rate;
   video_stream_->sample_aspect_ratio = encoder_->sample_aspect_ratio;
+  WriteHeader();
+}
 
+void MediaWriter::WriteHeader() {
   AVDictionary* muxer = nullptr;
   if (std::string(format_->oformat->name).find("mp4") != std::string::npos) {
     av_dict_set(&muxer, "movflags", "+faststart", 0);
   }
-  status = avformat_write_header(format_, &muxer);
+  const int status = avformat_write_header(format_, &muxer);
   av_dict_free(&muxer);
   if (status < 0) throw CliError(kExitFailure, "cannot write " + temp_path_ + ": " + AvError(status));
   header_written_ = true;
@@ -539,6 +560,32 @@ void MediaWriter::WriteVideo(const Frame& frame, int64_t pts) {
   ++frames_;
 }
 
+void MediaWriter::CopyVideo(const AVStream* from, AVPacket* packet, int64_t offset_us) {
+  if (!header_written_) {
+    copying_ = true;
+    width_ = from->codecpar->width;
+    height_ = from->codecpar->height;
+    avcodec_parameters_copy(video_stream_->codecpar, from->codecpar);
+    video_stream_->codecpar->codec_tag = 0;
+    video_stream_->time_base = from->time_base;
+    video_stream_->avg_frame_rate = av_d2q(input_.fps(), 1 << 20);
+    video_stream_->sample_aspect_ratio = from->codecpar->sample_aspect_ratio;
+    WriteHeader();
+  }
+  if (!copying_) throw CliError(kExitFailure, "cannot mix copied and encoded video");
+  const int64_t offset = av_rescale_q(offset_us, AV_TIME_BASE_Q, video_stream_->time_base);
+  av_packet_rescale_ts(packet, from->time_base, video_stream_->time_base);
+  if (packet->pts != AV_NOPTS_VALUE) packet->pts += offset;
+  if (packet->dts != AV_NOPTS_VALUE) packet->dts += offset;
+  packet->pos = -1;
+  Mux(packet, video_stream_);
+  ++frames_;
+}
+
+void MediaWriter::SetTag(const std::string& key, const std::string& value) {
+  av_dict_set(&format_->metadata, key.c_str(), value.c_str(), 0);
+}
+
 void MediaWriter::Encode(AVFrame* frame) {
   int status = avcodec_send_frame(encoder_, frame);
   if (status < 0) throw CliError(kExitFailure, "encoding failed: " + AvError(status));
@@ -586,7 +633,7 @@ void MediaWriter::WriteAudio(const AVPacket* packet) {
 
 void MediaWriter::Finish() {
   if (!header_written_) throw CliError(kExitFailure, "no frame was written");
-  Encode(nullptr);
+  if (!copying_) Encode(nullptr);
   int status = av_write_trailer(format_);
   if (status < 0) throw CliError(kExitFailure, "cannot finish " + temp_path_ + ": " + AvError(status));
   status = avio_closep(&format_->pb);

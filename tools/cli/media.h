@@ -38,6 +38,10 @@ class MediaReader {
   // Starts at `seconds` after the first timestamp of the file: seeks to the
   // key frame before it and drops the frames decoded before it.
   void SeekTo(double seconds);
+  // Reads only the frames with timestamps in [start_pts, end_pts) (the video
+  // stream's time base), seeking first to the keyframe at start_pts when
+  // `seek`; output timestamps count from start_pts.
+  void LimitTo(int64_t start_pts, int64_t end_pts, bool seek);
   // The next decoded frame, valid until the next call; null at the end.
   const AVFrame* Next();
   // Throws CliError when the input ended abnormally: a read error, a last
@@ -78,7 +82,9 @@ class MediaReader {
   std::function<void(AVPacket*)> audio_sink_;
   int64_t origin_us_ = 0;
   int64_t start_pts_;  // drop frames before this (stream time base); none when unset
+  int64_t end_pts_;    // stop at this (stream time base); none when unset
   bool draining_ = false;
+  bool ended_ = false;  // reached end_pts_
   bool read_error_ = false;
   std::string read_error_text_;
   bool last_damaged_ = false;
@@ -114,6 +120,7 @@ struct EncodeOptions {
   int crf = 18;
   std::string preset = "medium";
   int threads = 0;
+  bool audio = true;  // copy the input's first audio stream
 };
 
 // Writes enlarged frames to a temporary file beside the output, renamed into
@@ -132,6 +139,12 @@ class MediaWriter {
   void WriteVideo(const Frame& frame, int64_t pts);
   // Copies one packet of the input's audio stream (ignored without one).
   void WriteAudio(const AVPacket* packet);
+  // Copies an encoded video packet of `from` instead of encoding frames (all
+  // packets of one writer come this way or none), `offset` added to its
+  // timestamps in the output stream's time base.
+  void CopyVideo(const AVStream* from, AVPacket* packet, int64_t offset_us);
+  // A metadata entry of the file; before the first frame.
+  void SetTag(const std::string& key, const std::string& value);
   // Drains the encoder, finishes the file and moves it into place.
   void Finish();
 
@@ -158,7 +171,10 @@ class MediaWriter {
   std::deque<AVPacket*> pending_audio_;  // audio read before the header is out
   Converter converter_;
   std::string audio_note_;
+  void WriteHeader();
+
   bool header_written_ = false;
+  bool copying_ = false;  // packets come through CopyVideo
   bool finished_ = false;
   bool frame_index_pts_ = false;  // formats that store no timestamps
   int pixel_format_ = -1;
