@@ -13,6 +13,9 @@ packages+=(pybind11-dev python3-dev python3-numpy python3-pytest)
 # The command-line host: FFmpeg's libraries, its parser, and ffmpeg/ffprobe for
 # its tests.
 packages+=(libavformat-dev libavcodec-dev libswscale-dev libavutil-dev libcli11-dev nlohmann-json3-dev ffmpeg)
+# The GPU path: the Vulkan loader, the shader compiler, and Mesa's CPU-emulated
+# device that its tests run on.
+packages+=(libvulkan-dev glslang-tools mesa-vulkan-drivers)
 # The cluster test: a one-node Slurm on this machine.
 packages+=(slurm-wlm munge)
 # The GStreamer element, its GstHarness tests and the pipeline test (decoders,

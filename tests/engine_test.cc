@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -18,6 +19,9 @@
 #include "src/model/engine_rows.h"
 #include "src/model/network.h"
 #include "src/model/onnx_graph.h"
+#if VORLITH_HAS_VULKAN
+#include "src/model/vulkan_network.h"
+#endif
 #include "tests/oracle/network_oracle.h"
 #include "tests/support/targets.h"
 
@@ -330,6 +334,62 @@ TEST_P(Quantised, ExactOnEveryTargetSizeAndThreadCount) {
 
 INSTANTIATE_TEST_SUITE_P(Graphs, Quantised, testing::ValuesIn(kQCases),
                          [](const testing::TestParamInfo<QCase>& info) { return std::string(info.param.name); });
+
+#if VORLITH_HAS_VULKAN
+// The quantised graphs on a Vulkan device (Mesa's CPU-emulated one unless
+// VORLITH_VULKAN_DEVICE names another) give the CPU engine's floats bit for
+// bit, a region too; float graphs are left to the CPU.
+TEST(Vulkan, QuantisedGraphsGiveTheCpusBits) {
+  if (std::getenv(kVulkanDeviceVariable) == nullptr) setenv(kVulkanDeviceVariable, "llvmpipe", 1);
+  std::string why;
+  EXPECT_FALSE(VulkanCanRun(Chain(4, 1, 1), &why));
+  std::vector<float> special = Input(9, 17, 3);
+  special[0] = std::nanf("");
+  special[1] = -1e30f;
+  special[2] = 1e30f;
+  special[3] = 0.005f;
+  for (const QCase& c : kQCases) {
+    SCOPED_TRACE(c.name);
+    const Graph graph = c.make();
+    ASSERT_TRUE(VulkanCanRun(graph, &why)) << why;
+    auto gpu = CreateVulkanNetwork(graph, 1, &why);
+    ASSERT_NE(gpu, nullptr) << why;
+    auto cpu = Network::FromGraph(graph, 1);
+    for (const auto& [h, w] : {std::pair<int64_t, int64_t>{1, 1}, {2, 3}, {9, 17}, {5, 70}, {37, 53}, {9, 17}}) {
+      SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
+      const std::vector<float> in = h == 9 ? special : Input(h, w, uint32_t(h * 1000 + w));
+      std::vector<float> want, got;
+      std::vector<int64_t> want_shape, got_shape;
+      std::string error;
+      ASSERT_TRUE(cpu->Run(in.data(), {1, 1, h, w}, &want, &want_shape, &error)) << error;
+      ASSERT_TRUE(gpu->Run(in.data(), {1, 1, h, w}, &got, &got_shape, &error)) << error;
+      ASSERT_EQ(got_shape, want_shape);
+      ASSERT_EQ(0, std::memcmp(got.data(), want.data(), want.size() * sizeof(float)));
+    }
+    EXPECT_NE(gpu->DeviceName(), "CPU") << "the device failed and the CPU took over";
+    Network::Region region;
+    region.rows = 3;
+    region.columns = 5;
+    int64_t reported = 0;
+    region.on_rows = [&](const float*, int64_t first, int64_t end) { reported += end - first; };
+    const std::vector<float> in = Input(37, 53, 5);
+    std::vector<float> whole, part(1, -7.0f);
+    std::vector<int64_t> shape;
+    std::string error;
+    ASSERT_TRUE(cpu->Run(in.data(), {1, 1, 37, 53}, &whole, &shape, &error)) << error;
+    ASSERT_TRUE(gpu->Run(in.data(), {1, 1, 37, 53}, region, &part, &shape, &error)) << error;
+    ASSERT_EQ(part.size(), whole.size());
+    EXPECT_EQ(reported, 3);
+    for (int64_t ch = 0; ch < shape[1]; ++ch) {
+      for (int64_t y = 0; y < 3; ++y) {
+        const size_t at = size_t((ch * shape[2] + y) * shape[3]);
+        EXPECT_EQ(0, std::memcmp(&part[at], &whole[at], 5 * sizeof(float)));
+      }
+    }
+    EXPECT_NE(gpu->DeviceName(), "CPU");
+  }
+}
+#endif
 
 // A run limited to the output's top-left part computes only what that part
 // depends on: the values there are the whole run's bit for bit, float and

@@ -10,10 +10,15 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
+#include "src/model/network.h"
 #include "src/model/onnx_graph.h"
+#if VORLITH_HAS_VULKAN
+#include "src/model/vulkan_network.h"
+#endif
 #include "src/platform/platform.h"
 #include "src/plugin/sr_plugin.h"
 #include "tests/support/context.h"
@@ -265,5 +270,51 @@ TEST_F(ShippedNetworks, IntegerNetworksGiveTheSimulationsBitsEverywhere) {
   SCOPED_TRACE("normal dispatch");
   EXPECT_EQ(PluginLuma(r, NET_TYPE_FULL), full_luma);
 }
+
+#if VORLITH_HAS_VULKAN
+// On a Vulkan device (Mesa's CPU-emulated one unless VORLITH_VULKAN_DEVICE
+// names another), both networks give the simulation's floats and the
+// plug-in the CPU's bytes; a named device that is not there leaves the
+// networks on the CPU, with one error line each and the same bytes.
+TEST_F(ShippedNetworks, OnAVulkanDeviceTheCpusBits) {
+  const Reference r = ReadReference();
+  const char* named = std::getenv(vorlith::model::kVulkanDeviceVariable);
+  const std::string device = named != nullptr ? named : "llvmpipe";
+  const std::string path = std::string(VORLITH_MODELS_DIR) + "/RTC.onnx";
+  const std::vector<unsigned char> cpu_full = PluginLuma(r, NET_TYPE_FULL);
+  const std::vector<unsigned char> cpu_light = PluginLuma(r, NET_TYPE_LIGHT);
+  std::vector<std::string> logged;
+  vorlith::platform::SetErrorLogSinkForTest([&](const std::string& line) { logged.push_back(line); });
+
+  setenv(vorlith::model::kVulkanDeviceVariable, device.c_str(), 1);
+  std::string error;
+  const auto on_device = vorlith::model::Network::Load(path, 1, true, &error);
+  ASSERT_NE(on_device, nullptr) << error;
+  EXPECT_NE(on_device->DeviceName(), "CPU") << (logged.empty() ? "" : logged[0]);
+  const std::vector<float> full = RunOn<vorlith::RTC>(r, 2), light = RunOn<vorlith::RTC_degrade>(r, 2);
+  ASSERT_EQ(full.size(), r.full.size());
+  ASSERT_EQ(light.size(), r.light.size());
+  EXPECT_EQ(0, std::memcmp(full.data(), r.full.data(), full.size() * sizeof(float)));
+  EXPECT_EQ(0, std::memcmp(light.data(), r.light.data(), light.size() * sizeof(float)));
+  EXPECT_EQ(PluginLuma(r, NET_TYPE_FULL), cpu_full);
+  EXPECT_EQ(PluginLuma(r, NET_TYPE_LIGHT), cpu_light);
+  EXPECT_TRUE(logged.empty()) << logged[0];
+
+  setenv(vorlith::model::kVulkanDeviceVariable, "no-such-device", 1);
+  const auto fallback = vorlith::model::Network::Load(path, 1, true, &error);
+  ASSERT_NE(fallback, nullptr) << error;
+  EXPECT_EQ(fallback->DeviceName(), "CPU");
+  ASSERT_EQ(logged.size(), 1u);
+  EXPECT_NE(logged[0].find("no-such-device"), std::string::npos) << logged[0];
+  EXPECT_EQ(PluginLuma(r, NET_TYPE_FULL), cpu_full);
+  EXPECT_EQ(logged.size(), 3u);  // the plug-in's two networks
+  if (named != nullptr) {
+    setenv(vorlith::model::kVulkanDeviceVariable, named, 1);
+  } else {
+    unsetenv(vorlith::model::kVulkanDeviceVariable);
+  }
+  vorlith::platform::SetErrorLogSinkForTest(nullptr);
+}
+#endif
 
 }  // namespace

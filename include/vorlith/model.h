@@ -126,10 +126,14 @@ class VORLITH_API ArrayBatchProvider : public BatchProvider {
   std::vector<std::shared_ptr<FeatureProvider>> providers_;
 };
 
+// All and CPUAndGPU run an integer network on a Vulkan GPU where the
+// library was built with its GPU path and the machine has a device (the
+// environment variable VORLITH_VULKAN_DEVICE names one, or "none"), with the
+// CPU's bytes; otherwise, and for float networks, on every CPU core.
 enum class ComputeUnits : int32_t {
-  CPUOnly = 0,    // one thread: the caller's
-  CPUAndGPU = 1,  // as All: this runtime has no accelerator backend
-  All = 2,        // every CPU core through the process's worker pool
+  CPUOnly = 0,    // one thread: the caller's; never a GPU
+  CPUAndGPU = 1,  // as All
+  All = 2,        // a GPU, or every CPU core through the process's worker pool
 };
 
 class VORLITH_API ModelConfiguration {

@@ -111,7 +111,8 @@ struct Upscaler::Impl {
     if (path.empty()) throw std::runtime_error("Upscaler: " + file + " is not installed beside the library");
     std::string error;
     const int threads = options.threads > 0 ? options.threads : bands;
-    std::unique_ptr<model::Network> net = model::Network::Load(path, threads, &error);
+    // On a Vulkan GPU where there is one, as the plug-in does: the same bytes.
+    std::unique_ptr<model::Network> net = model::Network::Load(path, threads, /*gpu=*/true, &error);
     if (net == nullptr) throw std::runtime_error("Upscaler: cannot load " + path + ": " + error);
     if (net->OutputShape({1, 1, 17, 13}) != std::vector<int64_t>{1, 1, 34, 26}) {
       throw std::runtime_error("Upscaler: " + path + " does not enlarge a one-channel image two times");

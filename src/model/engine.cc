@@ -19,7 +19,11 @@
 #include "src/model/engine_rows.h"
 #include "src/model/network.h"
 #include "src/model/onnx_graph.h"
+#include "src/platform/platform.h"
 #include "src/platform/worker_pool.h"
+#if VORLITH_HAS_VULKAN
+#include "src/model/vulkan_network.h"
+#endif
 
 namespace vorlith::model {
 namespace {
@@ -642,11 +646,20 @@ class Engine final : public Network {
 
 }  // namespace
 
-std::unique_ptr<Network> Network::Load(const std::string& path, int threads, std::string* error) {
+std::unique_ptr<Network> Network::Load(const std::string& path, int threads, bool gpu, std::string* error) {
   std::string scratch;
   if (error == nullptr) error = &scratch;
   Graph graph;
   if (!ImportOnnx(path, &graph, error)) return nullptr;
+#if VORLITH_HAS_VULKAN
+  std::string why;
+  if (gpu && VulkanCanRun(graph, &why)) {
+    if (std::unique_ptr<Network> network = CreateVulkanNetwork(graph, threads, &why)) return network;
+    if (!why.empty()) platform::LogError("Vulkan: " + why + "; " + path + " runs on the CPU");
+  }
+#else
+  (void)gpu;
+#endif
   return FromGraph(std::move(graph), threads);
 }
 

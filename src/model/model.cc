@@ -118,7 +118,8 @@ std::shared_ptr<Model> Model::modelWithContentsOfURL(const std::string& path,
     return nullptr;
   }
   std::string why;
-  std::unique_ptr<model::Network> network = model::Network::Load(path, ThreadsFor(configuration), &why);
+  std::unique_ptr<model::Network> network =
+      model::Network::Load(path, ThreadsFor(configuration), configuration.computeUnits != ComputeUnits::CPUOnly, &why);
   if (network == nullptr) {
     platform::LogError("Could not load the network " + path + ": " + why);
     if (error != nullptr) *error = why;

@@ -50,7 +50,14 @@ class Network {
   // `threads` is the number of bands a prediction is split into, run on the
   // process's worker pool (which grows to at least that many threads);
   // 1 runs a prediction on the caller's thread alone.
-  static std::unique_ptr<Network> Load(const std::string& path, int threads, std::string* error);
+  static std::unique_ptr<Network> Load(const std::string& path, int threads, std::string* error) {
+    return Load(path, threads, false, error);
+  }
+  // With `gpu`, an integer network runs on a Vulkan GPU where the build has
+  // the GPU path and the machine a device (see vulkan_network.h); on the CPU
+  // otherwise, with one error line logged when a named or present device
+  // could not be used.
+  static std::unique_ptr<Network> Load(const std::string& path, int threads, bool gpu, std::string* error);
 
   // The engine for a graph already imported (or built in code).
   static std::unique_ptr<Network> FromGraph(Graph graph, int threads);
@@ -59,6 +66,9 @@ class Network {
   // input pixels under it (see InputMargin in onnx_graph.h): the overlap
   // that makes tiles of an input give the whole input's values.
   virtual int64_t InputMargin() const = 0;
+
+  // Where predictions run: "CPU", or the GPU's name.
+  virtual std::string DeviceName() const { return "CPU"; }
 
   // Names of the graph's single input and single output, as in the file.
   virtual const std::string& InputName() const = 0;
