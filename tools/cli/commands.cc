@@ -168,10 +168,6 @@ void Summary(Reporter& reporter, const Options& options, const MediaReader& read
   if (!governor.empty()) reporter.Note("governor: " + governor);
 }
 
-}  // namespace
-
-namespace {
-
 // The plan's segment `given.segment`, and the options that enlarge it: the
 // plan's input, piece, network and codec, offline.
 Segment PlannedSegment(const Options& given, Options& options) {
