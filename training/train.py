@@ -85,7 +85,10 @@ def main():
     sampler = data.DevicePatchSampler(pairs, args.patch, args.seed + done_iters, device)
     print(f"data: {sampler.count} training images (with rescales), {time.time() - t0:.1f} s", flush=True)
 
-    net = model.build(args.net, args.channels, args.body).to(device)
+    # Channels-last convolutions: about twice the iterations a second on a
+    # CPU (measured with Debian's torch 1.13 and PyPI's 2.x alike); the same
+    # arithmetic.
+    net = model.build(args.net, args.channels, args.body).to(device, memory_format=torch.channels_last)
     opt = torch.optim.Adam(net.parameters(), lr=args.lr)
     if args.init:
         net.load_state_dict(torch.load(args.init, map_location=device, weights_only=False)["net"])
@@ -112,6 +115,7 @@ def main():
         for group in opt.param_groups:
             group["lr"] = args.lr * (0.01 + 0.99 * 0.5 * (1 + math.cos(math.pi * p)))
         x, y, m = sampler.batch(args.batch, args.edge_zero if p >= args.edge_from else 0.0)
+        x = x.contiguous(memory_format=torch.channels_last)
         loss = ((net(x) - y).abs() * m).sum() / m.sum()
         opt.zero_grad(set_to_none=True)
         loss.backward()
