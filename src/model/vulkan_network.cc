@@ -414,7 +414,14 @@ class VulkanNetwork final : public Network {
       std::vector<Buffer>& p = params_[i];
       switch (op.kind) {
         case OpKind::kQConv: {
-          const std::vector<int32_t> weights(op.qfilter.begin(), op.qfilter.end());
+          // [out / 4][kh][kw][in][4]: the four output channels an invocation
+          // computes side by side; missing ones weigh zero.
+          const int64_t out_c = graph_.activations[op.output].channels;
+          const int64_t taps = op.kernel_h * op.kernel_w * graph_.activations[op.inputs[0]].channels;
+          std::vector<int32_t> weights(static_cast<size_t>((out_c + 3) / 4 * taps * 4), 0);
+          for (int64_t o = 0; o < out_c; ++o) {
+            for (int64_t t = 0; t < taps; ++t) weights[size_t(((o / 4) * taps + t) * 4 + o % 4)] = op.qfilter[size_t(o * taps + t)];
+          }
           p.push_back(device_.Upload(weights.data(), weights.size() * 4));
           p.push_back(device_.Upload(op.qbias.data(), op.qbias.size() * 4));
           p.push_back(device_.Upload(op.scales.data(), op.scales.size() * 4));
@@ -533,10 +540,12 @@ class VulkanNetwork final : public Network {
         break;
       case OpKind::kQConv:
         d.kernel = kQConvKernel;
+        d.count = static_cast<uint64_t>((out.channels + 3) / 4 * oh * ow);
+        push[0] = static_cast<uint32_t>(d.count);
         d.buffers = {act(op.inputs[0]), params_[i][0].buffer, params_[i][1].buffer, params_[i][2].buffer,
                      act(op.output)};
         for (int64_t v : {in.channels, ih, iw, oh, ow, op.kernel_h, op.kernel_w, op.pad_top, op.pad_left,
-                          static_cast<int64_t>(in.zero_point)}) {
+                          static_cast<int64_t>(in.zero_point), out.channels}) {
           push.push_back(static_cast<uint32_t>(v));
         }
         break;
