@@ -84,8 +84,22 @@ int Rank(VkPhysicalDeviceType type) {
 // the device shares.
 class Device {
  public:
-  // Throws VulkanError, or std::runtime_error when no device suits.
+  // Throws VulkanError, or std::runtime_error when no device suits, having
+  // released what it made.
   Device() {
+    try {
+      Open();
+    } catch (...) {
+      Close();
+      throw;
+    }
+  }
+  ~Device() { Close(); }
+  Device(const Device&) = delete;
+  Device& operator=(const Device&) = delete;
+
+ private:
+  void Open() {
     const char* wanted = std::getenv(kVulkanDeviceVariable);
     const bool named = wanted != nullptr && *wanted != '\0';
     if (named && Lower(wanted) == "none") throw NoDevice();
@@ -192,7 +206,7 @@ class Device {
     }
   }
 
-  ~Device() {
+  void Close() {
     if (device_ != VK_NULL_HANDLE) {
       vkDeviceWaitIdle(device_);
       for (int k = 0; k < kKernels; ++k) {
@@ -203,12 +217,13 @@ class Device {
       vkDestroyFence(device_, fence_, nullptr);
       vkDestroyCommandPool(device_, pool_, nullptr);
       vkDestroyDevice(device_, nullptr);
+      device_ = VK_NULL_HANDLE;
     }
     if (instance_ != VK_NULL_HANDLE) vkDestroyInstance(instance_, nullptr);
+    instance_ = VK_NULL_HANDLE;
   }
-  Device(const Device&) = delete;
-  Device& operator=(const Device&) = delete;
 
+ public:
   Buffer Create(VkDeviceSize bytes, bool host_visible) {
     Buffer b;
     b.bytes = std::max<VkDeviceSize>(bytes, 16);
