@@ -388,6 +388,15 @@ TEST(Vulkan, QuantisedGraphsGiveTheCpusBits) {
     }
     EXPECT_NE(gpu->DeviceName(), "CPU");
   }
+  // A size that empties a tensor is refused as on the CPU.
+  Builder b(9);
+  auto valid = CreateVulkanNetwork(b.Finish(b.QConv(b.Quantize(0, 0.01f, 3), 2, 3, 3, 0, 0, 0, 0)), 1, &why);
+  ASSERT_NE(valid, nullptr) << why;
+  std::vector<float> out;
+  std::vector<int64_t> shape;
+  std::string error;
+  EXPECT_FALSE(valid->Run(Input(2, 5, 1).data(), {1, 1, 2, 5}, &out, &shape, &error));
+  EXPECT_NE(error.find("empty tensor"), std::string::npos) << error;
 }
 #endif
 

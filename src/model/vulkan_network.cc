@@ -400,8 +400,11 @@ class VulkanNetwork final : public Network {
     if (!on_cpu_) {
       const std::vector<int64_t> shape = cpu_->OutputShape(input_shape);
       const Activation& in = graph_.activations[graph_.input];
+      const auto empty = [&](const Activation& a) {
+        return a.height.At(input_shape[2]) <= 0 || a.width.At(input_shape[3]) <= 0;
+      };
       if (shape.empty() || input_shape[0] != 1 || input_shape[1] != in.channels ||
-          in.height.At(input_shape[2]) <= 0 || in.width.At(input_shape[3]) <= 0) {
+          std::any_of(graph_.activations.begin(), graph_.activations.end(), empty)) {
         // The CPU engine words the refusal.
         lock.unlock();
         return cpu_->Run(input, input_shape, region, output, output_shape, error);
