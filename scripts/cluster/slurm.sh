@@ -20,6 +20,8 @@
 #   VORLITH_WORK             plans, pieces and logs (default: OUTPUT.work); on a
 #                            filesystem every node sees
 #   VORLITH_JOIN_ARGS        options for `vorlith join` (e.g. "--crf 20")
+#   VORLITH_KEEP_PIECES      set: keep the pieces after a join (by default a
+#                            join that completes deletes them)
 #   VORLITH_ARRAY_LIMIT      at most this many segments at once (sbatch --array=...%N)
 #
 # Prints `array JOBID` and `join JOBID PLAN OUTPUT` lines. A failed or
@@ -29,7 +31,7 @@
 set -euo pipefail
 
 if [ $# -lt 2 ]; then
-  sed -n '2,28p' "$0" | sed 's/^# \{0,1\}//' >&2
+  sed -n '2,30p' "$0" | sed 's/^# \{0,1\}//' >&2
   exit 2
 fi
 input=$1 output=$2
@@ -81,6 +83,8 @@ for i in "${!inputs[@]}"; do
   task=$((task + n))
 done
 
+remove=--remove-pieces
+[ -z "${VORLITH_KEEP_PIECES:-}" ] || remove=""
 cat >"$work/piece.sbatch" <<EOF
 #!/usr/bin/env bash
 #SBATCH --job-name=vorlith-piece
@@ -96,7 +100,7 @@ cat >"$work/join.sbatch" <<EOF
 #SBATCH --cpus-per-task=1
 #SBATCH --output=$work/logs/join-%j.log
 set -euo pipefail
-exec "$vorlith" join --quiet --plan "\$1" "\$2" ${VORLITH_JOIN_ARGS:-}
+exec "$vorlith" join --quiet $remove --plan "\$1" "\$2" ${VORLITH_JOIN_ARGS:-}
 EOF
 
 array=0-$((task - 1))${VORLITH_ARRAY_LIMIT:+%$VORLITH_ARRAY_LIMIT}

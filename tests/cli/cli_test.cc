@@ -230,7 +230,8 @@ TEST_F(Cli, PlannedSegmentsJoinToTheOfflineRun) {
   r = Vorlith("join --codec ffv1 --plan " + plan + " " + copied);
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_NE(r.out.find("copied, not re-encoded"), std::string::npos) << r.out;
-  ASSERT_EQ(Vorlith("join -q --crf 0 --preset ultrafast --plan " + plan + " " + encoded).code, 0);
+  ASSERT_EQ(Vorlith("join -q --crf 0 --preset ultrafast --remove-pieces --plan " + plan + " " + encoded).code, 0);
+  EXPECT_FALSE(fs::exists(File("pieces")));
   const std::string frames = FrameHashes(single);
   EXPECT_EQ(LinesWith(frames, ""), 50);
   EXPECT_EQ(FrameHashes(copied), frames);

@@ -53,6 +53,7 @@ slurm_wait_job "$again" 300
 slurm_wait_job "$join" 120
 [ -s "$tmp/joined.mkv" ] || fail "no join after the resubmission: $(cat "$tmp"/work/logs/* 2>/dev/null)"
 same_frames "$tmp/single.mkv" "$tmp/joined.mkv"
+[ ! -e "$tmp/work/pieces/0000" ] || fail "the join left its pieces"
 [ "$(frames "$tmp/joined.mkv" | wc -l)" = 50 ] || fail "not 50 frames"
 
 # A directory: one array over both files' segments, one join each.

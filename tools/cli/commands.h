@@ -27,6 +27,7 @@ struct Options {
   int segments = 0;          // plan: how many
   double segment_seconds = 0;  // plan: or how long each
   std::string pieces;        // plan: where the pieces go
+  bool remove_pieces = false;  // join: delete the pieces once the output is complete
   EncodeOptions encode;
 };
 

@@ -121,6 +121,8 @@ int main(int argc, char** argv) {
   join->add_option("--preset", options.encode.preset, "H.264 speed preset")->capture_default_str();
   join->add_option("--threads", options.encode.threads, "decoder and encoder threads (0: automatic)")
       ->check(CLI::NonNegativeNumber);
+  join->add_flag("--remove-pieces", options.remove_pieces,
+                 "delete the pieces (and their directory, if left empty) once the output is complete");
   join->add_flag("-q,--quiet", options.quiet, "print nothing but errors");
 
   CLI::App* image = app.add_subcommand("image", "enlarge a PNG or JPEG still 2x");

@@ -260,6 +260,13 @@ void RunJoin(const Options& options) {
                       std::to_string(written) + " frames from " + std::to_string(plan.size()) +
                       " pieces" + (copy ? " (copied, not re-encoded)" : "");
   if (!writer.audio_note().empty()) wrote += "; " + writer.audio_note();
+  if (options.remove_pieces) {
+    std::error_code ec;
+    for (const Segment& s : plan) fs::remove(s.piece, ec);
+    const fs::path dir = fs::path(plan[0].piece).parent_path();
+    if (fs::is_empty(dir, ec)) fs::remove(dir, ec);
+    wrote += "; pieces removed";
+  }
   reporter.Note(wrote);
 }
 
