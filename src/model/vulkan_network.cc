@@ -80,8 +80,29 @@ int Rank(VkPhysicalDeviceType type) {
   }
 }
 
-// Instance, device, queue and the compute pipelines: what every network on
-// the device shares.
+// One instance for the process, made on first use and never destroyed:
+// creating one starts the drivers up (tens of milliseconds), and Mesa's
+// CPU-emulated driver leaves allocations of its generated code behind a
+// destroyed instance.
+VkResult SharedInstance(VkInstance* instance) {
+  static std::mutex mutex;
+  static VkInstance shared = VK_NULL_HANDLE;
+  static VkResult result = VK_NOT_READY;
+  std::lock_guard<std::mutex> lock(mutex);
+  if (result == VK_NOT_READY) {
+    auto app = Info<VkApplicationInfo>(VK_STRUCTURE_TYPE_APPLICATION_INFO);
+    app.pApplicationName = "vorlith";
+    app.apiVersion = VK_API_VERSION_1_1;
+    auto info = Info<VkInstanceCreateInfo>(VK_STRUCTURE_TYPE_INSTANCE_CREATE_INFO);
+    info.pApplicationInfo = &app;
+    result = vkCreateInstance(&info, nullptr, &shared);
+  }
+  *instance = shared;
+  return result;
+}
+
+// Device, queue and the compute pipelines: what every network on the device
+// shares.
 class Device {
  public:
   // Throws VulkanError, or std::runtime_error when no device suits, having
@@ -103,13 +124,8 @@ class Device {
     const char* wanted = std::getenv(kVulkanDeviceVariable);
     const bool named = wanted != nullptr && *wanted != '\0';
     if (named && Lower(wanted) == "none") throw NoDevice();
-    auto app = Info<VkApplicationInfo>(VK_STRUCTURE_TYPE_APPLICATION_INFO);
-    app.pApplicationName = "vorlith";
-    app.apiVersion = VK_API_VERSION_1_1;
-    auto instance_info = Info<VkInstanceCreateInfo>(VK_STRUCTURE_TYPE_INSTANCE_CREATE_INFO);
-    instance_info.pApplicationInfo = &app;
     // Without a driver there is no instance: no device either.
-    const VkResult created = vkCreateInstance(&instance_info, nullptr, &instance_);
+    const VkResult created = SharedInstance(&instance_);
     if (created == VK_ERROR_INCOMPATIBLE_DRIVER && !named) throw NoDevice();
     Check(created, "vkCreateInstance");
 
@@ -219,8 +235,6 @@ class Device {
       vkDestroyDevice(device_, nullptr);
       device_ = VK_NULL_HANDLE;
     }
-    if (instance_ != VK_NULL_HANDLE) vkDestroyInstance(instance_, nullptr);
-    instance_ = VK_NULL_HANDLE;
   }
 
  public:
