@@ -24,6 +24,20 @@ std::string AvError(int status) {
   return text;
 }
 
+void FormatCloser::operator()(AVFormatContext* format) const { avformat_close_input(&format); }
+
+Demuxer OpenDemuxer(const std::string& path, int* video_index) {
+  AVFormatContext* format = nullptr;
+  int status = avformat_open_input(&format, path.c_str(), nullptr, nullptr);
+  if (status < 0) throw CliError(kExitFailure, "cannot read " + path + ": " + AvError(status));
+  Demuxer demuxer(format);
+  status = avformat_find_stream_info(format, nullptr);
+  if (status < 0) throw CliError(kExitFailure, "cannot read " + path + ": " + AvError(status));
+  *video_index = av_find_best_stream(format, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+  if (*video_index < 0) throw CliError(kExitFailure, "cannot read " + path + ": it has no video stream");
+  return demuxer;
+}
+
 namespace {
 
 bool Damaged(const AVFrame* frame) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "tools/cli/frame.h"
@@ -24,6 +25,15 @@ namespace vorlith::cli {
 
 // FFmpeg's error text for a negative status.
 std::string AvError(int status);
+
+// A file's demuxer with its streams probed, and its first video stream;
+// closed when dropped. Throws CliError when the file cannot be read or has
+// no video. For reading packets without decoding them.
+struct FormatCloser {
+  void operator()(AVFormatContext* format) const;
+};
+using Demuxer = std::unique_ptr<AVFormatContext, FormatCloser>;
+Demuxer OpenDemuxer(const std::string& path, int* video_index);
 
 // Reads the first video stream of a file, frame by frame, and hands the
 // packets of its first audio stream to a sink on the way.

@@ -66,14 +66,9 @@ struct PieceInfo {
 };
 
 PieceInfo ProbePiece(const std::string& path) {
-  AVFormatContext* format = nullptr;
-  int status = avformat_open_input(&format, path.c_str(), nullptr, nullptr);
-  if (status < 0) throw CliError(kExitFailure, "cannot read " + path + ": " + AvError(status));
-  std::unique_ptr<AVFormatContext, void (*)(AVFormatContext*)> owner(
-      format, [](AVFormatContext* f) { avformat_close_input(&f); });
-  status = avformat_find_stream_info(format, nullptr);
-  const int video = status < 0 ? -1 : av_find_best_stream(format, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-  if (video < 0) throw CliError(kExitFailure, "cannot read " + path + ": no video");
+  int video = -1;
+  const Demuxer demuxer = OpenDemuxer(path, &video);
+  AVFormatContext* format = demuxer.get();
   PieceInfo info;
   if (const AVDictionaryEntry* tag = av_dict_get(format->metadata, kPieceTag, nullptr, 0)) {
     info.tag = tag->value;
@@ -84,6 +79,7 @@ PieceInfo ProbePiece(const std::string& path) {
   info.height = par->height;
   info.extradata.assign(reinterpret_cast<const char*>(par->extradata), par->extradata_size);
   AVPacket* packet = av_packet_alloc();
+  int status;
   while ((status = av_read_frame(format, packet)) >= 0) {
     info.packets += packet->stream_index == video;
     av_packet_unref(packet);

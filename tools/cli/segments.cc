@@ -22,15 +22,9 @@ std::string PieceTag(const Segment& segment) {
 }
 
 VideoIndex ScanVideo(const std::string& path) {
-  AVFormatContext* format = nullptr;
-  int status = avformat_open_input(&format, path.c_str(), nullptr, nullptr);
-  if (status < 0) throw CliError(kExitFailure, "cannot read " + path + ": " + AvError(status));
-  std::unique_ptr<AVFormatContext, void (*)(AVFormatContext*)> owner(
-      format, [](AVFormatContext* f) { avformat_close_input(&f); });
-  status = avformat_find_stream_info(format, nullptr);
-  if (status < 0) throw CliError(kExitFailure, "cannot read " + path + ": " + AvError(status));
-  const int video = av_find_best_stream(format, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-  if (video < 0) throw CliError(kExitFailure, "cannot read " + path + ": it has no video stream");
+  int video = -1;
+  const Demuxer demuxer = OpenDemuxer(path, &video);
+  AVFormatContext* format = demuxer.get();
   AVStream* stream = format->streams[video];
 
   VideoIndex index;
@@ -40,6 +34,7 @@ VideoIndex ScanVideo(const std::string& path) {
   if (rate.num > 0 && rate.den > 0) index.fps = av_q2d(rate);
   std::vector<std::pair<int64_t, bool>> frames;
   AVPacket* packet = av_packet_alloc();
+  int status;
   while ((status = av_read_frame(format, packet)) >= 0) {
     if (packet->stream_index == video && !(packet->flags & AV_PKT_FLAG_DISCARD)) {
       if (packet->pts == AV_NOPTS_VALUE) {
