@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
-#include <sstream>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -211,20 +210,22 @@ void RunJoin(const Options& options) {
     // Piece timestamps count from the segment's start.
     const int64_t start_us = av_rescale_q(s.start_pts, tb, AV_TIME_BASE_Q);
     const double start_seconds = double(start_us) / AV_TIME_BASE;
-    MediaReader piece(s.piece, options.encode.threads);
     long frames = 0;
     if (copy) {
       if (infos[&s - plan.data()].extradata != infos[0].extradata) {
         throw CliError(kExitFailure, s.piece + " was encoded with other settings than " +
                                          plan[0].piece + "; join with --codec h264");
       }
+      // Packets only: no decoder for pieces that are copied.
+      int video = -1;
+      const Demuxer piece = OpenDemuxer(s.piece, &video);
+      const AVStream* stream = piece->streams[video];
       AVPacket* packet = av_packet_alloc();
-      int status;
-      while ((status = av_read_frame(piece.format(), packet)) >= 0) {
-        if (packet->stream_index == piece.video()->index) {
-          const double at = start_seconds + double(packet->pts) * av_q2d(piece.video()->time_base);
+      while (av_read_frame(piece.get(), packet) >= 0) {
+        if (packet->stream_index == video) {
+          const double at = start_seconds + double(packet->pts) * av_q2d(stream->time_base);
           audio.Until(at);
-          writer.CopyVideo(piece.video(), packet, start_us - original.origin_us());
+          writer.CopyVideo(stream, packet, start_us - original.origin_us());
           ++frames;
           reporter.Frame(++written, at, infos[0].width, infos[0].height, Enlarged{});
         }
@@ -232,6 +233,7 @@ void RunJoin(const Options& options) {
       }
       av_packet_free(&packet);
     } else {
+      MediaReader piece(s.piece, options.encode.threads);
       while (const AVFrame* decoded = piece.Next()) {
         const int64_t rel = av_rescale_q(decoded->best_effort_timestamp, piece.video()->time_base, tb);
         const int64_t pts = s.start_pts + rel;
