@@ -231,45 +231,66 @@ std::vector<float> Input(int64_t h, int64_t w, uint32_t seed) {
   return v;
 }
 
+// The reference's outputs at every size, and the largest magnitude of each.
+struct Expected {
+  std::vector<std::vector<double>> values;
+  std::vector<std::vector<int64_t>> shapes;
+  std::vector<double> scales;
+};
+
+template <class Sizes, class In>
+Expected Reference(const Graph& graph, const Sizes& sizes, In input) {
+  Expected e;
+  for (const auto& [h, w] : sizes) {
+    e.shapes.emplace_back();
+    e.values.push_back(oracle::RunGraph(graph, input(h, w), h, w, &e.shapes.back()));
+    e.scales.push_back(1.0);
+    for (double v : e.values.back()) e.scales.back() = std::max(e.scales.back(), std::fabs(v));
+  }
+  return e;
+}
+
+// One and three threads on the current target, each engine seeing every size
+// in turn (so buffers are resized between runs): every value `same` as the
+// reference's, and the two runs bit for bit equal, since bands recompute
+// their edge rows exactly as one thread computes them.
+template <class Sizes, class In, class Same>
+void ExpectReference(const Graph& graph, const Sizes& sizes, In input, const Expected& e, Same same) {
+  auto one = Network::FromGraph(graph, 1), three = Network::FromGraph(graph, 3);
+  for (size_t s = 0; s < std::size(sizes); ++s) {
+    const int64_t h = sizes[s][0], w = sizes[s][1];
+    SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
+    const std::vector<float> in = input(h, w);
+    std::vector<float> out1, out3;
+    std::vector<int64_t> shape1, shape3;
+    std::string error;
+    ASSERT_TRUE(one->Run(in.data(), {1, 1, h, w}, &out1, &shape1, &error)) << error;
+    ASSERT_TRUE(three->Run(in.data(), {1, 1, h, w}, &out3, &shape3, &error)) << error;
+    ASSERT_EQ(shape1, e.shapes[s]);
+    ASSERT_EQ(shape3, e.shapes[s]);
+    const int64_t ow = e.shapes[s][3], plane = e.shapes[s][2] * ow;
+    for (size_t i = 0; i < out1.size(); ++i) {
+      ASSERT_TRUE(same(out1[i], e.values[s][i], e.scales[s])) << out1[i] << " != " << e.values[s][i]
+          << " channel " << i / plane << " row " << i % plane / ow << " column " << i % ow;
+    }
+    ASSERT_EQ(0, std::memcmp(out1.data(), out3.data(), out1.size() * sizeof(float)));
+  }
+}
+
+std::vector<float> SeededInput(int64_t h, int64_t w) { return Input(h, w, uint32_t(h * 1000 + w)); }
+
 TEST(Engine, MatchesTheReferenceOnEveryTargetSizeAndThreadCount) {
   const std::pair<const char*, Graph> cases[] = {
       {"chain1", Chain(1, 1, 1)},   {"chain3", Chain(3, 1, 2)},   {"chain8", Chain(8, 3, 3)},
       {"chain16", Chain(16, 2, 4)}, {"chain24", Chain(24, 1, 5)}, {"chain32", Chain(32, 1, 6)},
       {"mixed", Mixed(7)},          {"resizes", Resizes(8)},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(std::string("graph ") + c.first);
-    const Graph& graph = c.second;
-    std::vector<std::vector<double>> expected;
-    std::vector<std::vector<int64_t>> shapes;
-    for (const auto& [h, w] : kSizes) {
-      shapes.emplace_back();
-      expected.push_back(oracle::RunGraph(graph, Input(h, w, uint32_t(h * 1000 + w)), h, w, &shapes.back()));
-    }
+  for (const auto& [name, graph] : cases) {
+    SCOPED_TRACE(std::string("graph ") + name);
+    const Expected e = Reference(graph, kSizes, SeededInput);
     test::ForEachTarget([&](int64_t) {
-      // Both engines see every size in turn, so buffers are resized between runs.
-      auto one = Network::FromGraph(graph, 1), three = Network::FromGraph(graph, 3);
-      for (size_t s = 0; s < std::size(kSizes); ++s) {
-        const int64_t h = kSizes[s][0], w = kSizes[s][1];
-        SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
-        const std::vector<float> in = Input(h, w, uint32_t(h * 1000 + w));
-        std::vector<float> out1, out3;
-        std::vector<int64_t> shape1, shape3;
-        std::string error;
-        ASSERT_TRUE(one->Run(in.data(), {1, 1, h, w}, &out1, &shape1, &error)) << error;
-        ASSERT_TRUE(three->Run(in.data(), {1, 1, h, w}, &out3, &shape3, &error)) << error;
-        ASSERT_EQ(shape1, shapes[s]);
-        ASSERT_EQ(shape3, shapes[s]);
-        double scale = 1.0;
-        for (double v : expected[s]) scale = std::max(scale, std::fabs(v));
-        const int64_t ow = shapes[s][3], plane = shapes[s][2] * ow;
-        for (size_t i = 0; i < out1.size(); ++i) {
-          ASSERT_NEAR(out1[i], expected[s][i], 2e-5 * scale)
-              << "channel " << i / plane << " row " << i % plane / ow << " column " << i % ow;
-        }
-        // Bands recompute their edge rows exactly as one thread computes them.
-        ASSERT_EQ(out1, out3);
-      }
+      ExpectReference(graph, kSizes, SeededInput, e,
+                      [](float got, double want, double scale) { return std::fabs(got - want) <= 2e-5 * scale; });
     });
   }
 }
@@ -298,34 +319,13 @@ TEST_P(Quantised, ExactOnEveryTargetSizeAndThreadCount) {
   special[2] = 1e30f;
   special[3] = 0.005f;  // a tie at scale 1/100
   special[4] = 0.015f;
+  const auto input = [&](int64_t h, int64_t w) { return h == 9 && w == 17 ? special : SeededInput(h, w); };
   const Graph graph = GetParam().make();
-  std::vector<std::vector<double>> expected;
-  std::vector<std::vector<int64_t>> shapes;
-  for (const auto& [h, w] : kQSizes) {
-    shapes.emplace_back();
-    const std::vector<float> in = h == 9 && w == 17 ? special : Input(h, w, uint32_t(h * 1000 + w));
-    expected.push_back(oracle::RunGraph(graph, in, h, w, &shapes.back()));
-  }
+  const Expected e = Reference(graph, kQSizes, input);
   const auto check = [&](int64_t) {
-    auto one = Network::FromGraph(graph, 1), three = Network::FromGraph(graph, 3);
-    for (size_t s = 0; s < std::size(kQSizes); ++s) {
-      const int64_t h = kQSizes[s][0], w = kQSizes[s][1];
-      SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
-      const std::vector<float> in = h == 9 && w == 17 ? special : Input(h, w, uint32_t(h * 1000 + w));
-      std::vector<float> out1, out3;
-      std::vector<int64_t> shape1, shape3;
-      std::string error;
-      ASSERT_TRUE(one->Run(in.data(), {1, 1, h, w}, &out1, &shape1, &error)) << error;
-      ASSERT_TRUE(three->Run(in.data(), {1, 1, h, w}, &out3, &shape3, &error)) << error;
-      ASSERT_EQ(shape1, shapes[s]);
-      const int64_t ow = shapes[s][3], plane = shapes[s][2] * ow;
-      for (size_t i = 0; i < out1.size(); ++i) {
-        const float want = static_cast<float>(expected[s][i]);
-        ASSERT_TRUE(out1[i] == want || (std::isnan(out1[i]) && std::isnan(want))) << out1[i] << " != " << want
-            << " channel " << i / plane << " row " << i % plane / ow << " column " << i % ow;
-      }
-      ASSERT_EQ(0, std::memcmp(out1.data(), out3.data(), out1.size() * sizeof(float)));
-    }
+    ExpectReference(graph, kQSizes, input, e, [](float got, double want, double) {
+      return got == static_cast<float>(want) || (std::isnan(got) && std::isnan(want));
+    });
   };
   test::ForEachTarget(check);
   SCOPED_TRACE("normal dispatch: " + test::TargetName(rows::QConvolveTarget()));
@@ -460,14 +460,20 @@ TEST(Engine, ARegionHoldsTheWholeRunsValuesAndNothingElseIsWritten) {
   }
 }
 
-TEST(Engine, ReportsSizesThatEmptyATensor) {
+// Inputs of the wrong shape, and sizes that empty a tensor, are refused and
+// leave the network usable.
+TEST(Engine, RefusesWrongShapesAndSizesThatEmptyATensor) {
   Builder b(9);
   const Graph graph = b.Finish(b.Conv(0, 2, 3, 3, 0, 0, 0, 0));
   auto net = Network::FromGraph(graph, 2);
-  const std::vector<float> in = Input(2, 5, 1);
+  const std::vector<float> in = Input(4, 5, 1);
   std::vector<float> out;
   std::vector<int64_t> shape;
   std::string error;
+  EXPECT_FALSE(net->Run(in.data(), {1, 2, 2, 5}, &out, &shape, &error));
+  EXPECT_EQ(error, "expected an input of shape [1, 1, H, W], got [1, 2, 2, 5]");
+  EXPECT_FALSE(net->Run(in.data(), {1, 1, 0, 5}, &out, &shape, &error));
+  EXPECT_FALSE(net->Run(in.data(), {1, 1, 20}, &out, &shape, &error));
   EXPECT_FALSE(net->Run(in.data(), {1, 1, 2, 5}, &out, &shape, &error));
   EXPECT_EQ(error, "a 5x2 input is too small: node 0 would produce an empty tensor");
   EXPECT_TRUE(net->Run(Input(3, 5, 2).data(), {1, 1, 3, 5}, &out, &shape, &error)) << error;
