@@ -65,18 +65,24 @@ void ExpectNearest(VLPixelBufferRef in, VLPixelBufferRef out, int width, int hei
                                                  PackedPlane(out, 1), width, height);
 }
 
-// The affine fixture gives 2*Y - 100 in each 2x2 block: values from -100 to
-// 410. The first 8*(W2/8) output columns saturate, the last W2%8 wrap.
-void ExpectAffine(VLPixelBufferRef in, VLPixelBufferRef out, int width, int height) {
-  const std::vector<uint8_t> y = PackedPlane(in, 0), y2 = PackedPlane(out, 0);
+// The output luma against float values as the plug-in converts them: the
+// first 8*(W2/8) columns saturate, the last W2%8 wrap.
+template <class Value>
+void ExpectLumaOf(VLPixelBufferRef out, int width, int height, Value value) {
+  const std::vector<uint8_t> y2 = PackedPlane(out, 0);
   const int w2 = 2 * width, body = w2 / 8 * 8;
   for (int r = 0; r < 2 * height; ++r) {
     for (int c = 0; c < w2; ++c) {
-      const float value = 2.0f * y[size_t(r / 2) * width + c / 2] - 100.0f;
-      ASSERT_EQ(y2[size_t(r) * w2 + c], vorlith::oracle::F32ToU8(value, c < body))
-          << r << "," << c << " value " << value;
+      const float v = value(r, c);
+      ASSERT_EQ(y2[size_t(r) * w2 + c], vorlith::oracle::F32ToU8(v, c < body)) << r << "," << c << " value " << v;
     }
   }
+}
+
+// The affine fixture gives 2*Y - 100 in each 2x2 block: values from -100 to 410.
+void ExpectAffine(VLPixelBufferRef in, VLPixelBufferRef out, int width, int height) {
+  const std::vector<uint8_t> y = PackedPlane(in, 0);
+  ExpectLumaOf(out, width, height, [&](int r, int c) { return 2.0f * y[size_t(r / 2) * width + c / 2] - 100.0f; });
 }
 
 using PixelCheck = std::function<void(VLPixelBufferRef in, VLPixelBufferRef out, int width, int height)>;
@@ -216,14 +222,7 @@ void ExpectWholeTensorLuma(SRPlugin* p, VLPixelBufferRef out, int width, int hei
   auto prediction = p->fullModel->predictionFromRTC_input(p->inputTensor)->_161;
   ASSERT_NE(prediction, nullptr);
   const auto* whole = static_cast<const float*>(prediction->dataPointer());
-  const std::vector<uint8_t> y2 = PackedPlane(out, 0);
-  const int w2 = 2 * width, body = w2 / 8 * 8;
-  for (int r = 0; r < 2 * height; ++r) {
-    for (int c = 0; c < w2; ++c) {
-      ASSERT_EQ(y2[size_t(r) * w2 + c], vorlith::oracle::F32ToU8(whole[size_t(r) * 2 * p->modelWidth + c], c < body))
-          << "row " << r << " column " << c;
-    }
-  }
+  ExpectLumaOf(out, width, height, [&](int r, int c) { return whole[size_t(r) * 2 * p->modelWidth + c]; });
 }
 
 // A frame smaller than its tensor costs its own size: the plug-in computes
