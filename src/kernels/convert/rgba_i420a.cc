@@ -203,16 +203,17 @@ HWY_INLINE size_t ToRgbaPairs(D d, const ToRgbCoefs& k, const uint8_t* y, const 
   // Every constant in a register before the loop: the byte stores may alias
   // anything, k included. The luma black level joins the chroma terms:
   // gain * (Y - bias) + c = gain * Y + (c - gain * bias), the same 32-bit sum.
-  const auto byte = hn::Set(d, 0xFF), low16 = hn::Set(d, 0xFFFF);
+  const auto byte = hn::Set(d, 0xFF);
   const auto gain = hn::Set(d, k.gain), black = hn::Set(d, k.gain * k.bias);
   const auto uv_bias = hn::Set(d, k.uv_bias), rv = hn::Set(d, k.rv), gu = hn::Set(d, k.gu),
              gv = hn::Set(d, k.gv), bu = hn::Set(d, k.bu);
   const auto zero16 = hn::Zero(d16x2), max16 = hn::Set(d16x2, 255);
-  // One channel of 2n pixels in pixel order, floor-shifted and clamped.
+  // One channel of 2n pixels in pixel order, floor-shifted and clamped. The
+  // odd pixel's sum holds its floor shift in its upper half already, so one
+  // blend pairs the two.
   auto channel = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> chroma_part) {
     const auto e = hn::ShiftRight<16>(hn::Add(se, chroma_part));
-    const auto o = hn::ShiftRight<16>(hn::Add(so, chroma_part));
-    const auto both = hn::BitCast(d16x2, hn::Or(hn::And(e, low16), hn::ShiftLeft<16>(o)));
+    const auto both = hn::OddEven(hn::BitCast(d16x2, hn::Add(so, chroma_part)), hn::BitCast(d16x2, e));
     return hn::BitCast(du16x2, hn::Min(hn::Max(both, zero16), max16));
   };
   for (; x + 2 * n <= end; x += 2 * n) {

@@ -113,7 +113,7 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
   // Constants and pointers in registers: the byte stores may alias anything.
   // The luma black level joins the chroma terms with the rounding half:
   // gain * (Y' - 16) + c + half = gain * Y' + (c + half - 16 * gain).
-  const auto byte = hn::Set(d, 0xFF), low16 = hn::Set(d, 0xFFFF), uv_bias = hn::Set(d, 128);
+  const auto byte = hn::Set(d, 0xFF), uv_bias = hn::Set(d, 128);
   const auto floor16 = hn::Set(d, 16), gain = hn::Set(d, k::kYGain20);
   const auto base = hn::Set(d, k::kHalf20 - 16 * k::kYGain20);
   const auto rv = hn::Set(d, k::kRV20), gu = hn::Set(d, k::kGU20), gv = hn::Set(d, k::kGV20),
@@ -135,11 +135,13 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
     return hn::Sub(v, uv_bias);
   };
   // One channel of 2n pixels: the pair's two results as 16-bit lanes in
-  // pixel order; the demotion saturates, which is the clamp to 0..255.
+  // pixel order; the demotion saturates, which is the clamp to 0..255. The
+  // odd pixel's sum shifted by 4 holds its result in the upper half already
+  // (floor(floor(s / 16) / 65536) = floor(s / 2^20)), so one blend pairs them.
   auto channel = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> chroma_part) {
     const auto e = hn::ShiftRight<20>(hn::Add(se, chroma_part));
-    const auto o = hn::ShiftRight<20>(hn::Add(so, chroma_part));
-    return hn::DemoteTo(d8x2, hn::BitCast(d16x2, hn::Or(hn::And(e, low16), hn::ShiftLeft<16>(o))));
+    const auto o = hn::ShiftRight<4>(hn::Add(so, chroma_part));
+    return hn::DemoteTo(d8x2, hn::OddEven(hn::BitCast(d16x2, o), hn::BitCast(d16x2, e)));
   };
   for (; x + 4 * n <= end; x += 4 * n) {
     const auto cb0 = cb_at(x), cr0 = cr_at(x), cb1 = cb_at(x + 2 * n), cr1 = cr_at(x + 2 * n);
