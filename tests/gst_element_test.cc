@@ -149,9 +149,9 @@ TEST_F(Element, NegotiatesTwiceTheSize) {
   gst_caps_unref(want);
   if (caps != nullptr) gst_caps_unref(caps);
 
-  // Upstream is offered half of what downstream takes; an odd or too large
-  // downstream size leaves nothing to offer.
-  for (auto [downstream, upstream] : {std::pair<const char*, const char*>{"width=74,height=[10,41]", "width=37,height=[5,20]"},
+  // Upstream is offered half of what downstream takes (an odd bound rounds
+  // inwards); an odd or too large downstream size leaves nothing to offer.
+  for (auto [downstream, upstream] : {std::pair<const char*, const char*>{"width=74,height=[11,41]", "width=37,height=[6,20]"},
                                       {"width=75,height=42", nullptr}, {"width=2562,height=42", nullptr}}) {
     GstHarness* h = gst_harness_new("vorlithsr");
     gst_harness_set_sink_caps_str(h, (std::string("video/x-raw,format=NV12,") + downstream).c_str());
@@ -164,6 +164,15 @@ TEST_F(Element, NegotiatesTwiceTheSize) {
     gst_object_unref(sink);
     gst_harness_teardown(h);
   }
+  // Downstream is offered twice what upstream gives: even sizes only.
+  GstElement* e = gst_element_factory_make("vorlithsr", nullptr);
+  GstCaps* up = gst_caps_from_string("video/x-raw,width=[10,20],height=21");
+  GstCaps* down = GST_BASE_TRANSFORM_GET_CLASS(e)->transform_caps(GST_BASE_TRANSFORM(e), GST_PAD_SINK, up, nullptr);
+  gchar* doubled = gst_caps_to_string(down);  // a range's step takes no part in caps equality
+  EXPECT_STREQ(doubled, "video/x-raw, width=(int)[ 20, 40, 2 ], height=(int)42");
+  g_free(doubled);
+  for (GstCaps* c : {up, down}) gst_caps_unref(c);
+  gst_object_unref(e);
 }
 
 TEST_F(Element, FramesMatchADirectProcessDataZeroCopyOrCopied) {
