@@ -1,7 +1,8 @@
 // The trained networks in models/: they load through the model runner under
 // the tensor names the plug-in relies on, enlarge better than the library's
-// bicubic 2x, and, being integer networks, give the training recipe's integer simulation bit for bit on
-// every target and thread count, through the plug-in too.
+// bicubic 2x, and, being integer networks, give the training recipe's
+// integer simulation bit for bit on every target and thread count, through
+// the plug-in too.
 #include <gtest/gtest.h>
 
 #include <algorithm>
