@@ -16,8 +16,10 @@ total=${TOTAL:-1000}
 runs=training/runs/gpu
 archive=training/data/sr-luma.npz
 [ -f "$archive" ] || { echo "train-gpu: $archive missing (python3 training/pack_data.py)" >&2; exit 1; }
-# name, configuration, channels, body blocks
+# name, configuration, channels, body blocks, then any further train.py
+# options; NETS="entry;entry" replaces the list.
 nets=("full20x4 full 20 4" "full16x6 full 16 6" "light12x3 light 12 3")
+[ -n "${NETS:-}" ] && IFS=';' read -r -a nets <<<"$NETS"
 # ONLY="full20x4 light12x3" trains only those.
 if [ -n "${ONLY:-}" ]; then
   kept=()
@@ -44,9 +46,14 @@ t = time.time(); data.training_pairs_cached("$archive", "training/runs/train-pai
 print(f"pairs: {time.time() - t:.1f} s")
 PY
 for entry in "${nets[@]}"; do
-  read -r name net channels body <<<"$entry"
+  read -r name net channels body extra <<<"$entry"
+  read -r -a extra <<<"${extra:-}"
   mkdir -p "$runs/$name"
   resume=()
+  # INIT=float: a new run starts from the shipped float network of its kind.
+  if [ "${INIT:-}" = float ]; then
+    [ "$net" = full ] && resume=(--init-onnx models/float/RTC.onnx) || resume=(--init-onnx models/float/RTC_degrade.onnx)
+  fi
   seconds=$total
   ckpt=$runs/$name/checkpoint.pt
   if [ -f "$ckpt" ]; then
@@ -55,13 +62,14 @@ for entry in "${nets[@]}"; do
       seconds=$(python3 -c "import torch; print(torch.load('$ckpt', weights_only=False)['seconds'] + $REMAIN)")
   fi
   PYTHONUNBUFFERED=1 python3 training/train.py --net "$net" --channels "$channels" --body "$body" \
-    --device cuda --data "$archive" --seconds "$seconds" --stop-after "$piece" --batch 64 --patch 64 \
-    --lr 1e-3 --eval-every 5000 --edge-zero 0.5 --edge-from 0.85 --out "$runs/$name" "${resume[@]}" \
+    --device cuda --data "$archive" --seconds "$seconds" --stop-after "$piece" --batch "${BATCH:-64}" --patch 64 \
+    --lr "${LR:-1e-3}" --eval-every "${EVAL_EVERY:-5000}" --edge-zero 0.5 --edge-from 0.85 --out "$runs/$name" \
+    "${resume[@]}" "${extra[@]}" \
     >>"$runs/$name/train.log" 2>&1 &
 done
 wait
 for entry in "${nets[@]}"; do
   read -r name _ <<<"$entry"
-  echo "== $name"; tail -n 3 "$runs/$name/train.log"
+  echo "== $name"; tail -n 8 "$runs/$name/train.log"
 done
 tar -cf "${OUT:-.}/runs.tar" -C training/runs gpu

@@ -42,6 +42,27 @@ def collapsed_layers(net):
     return layers
 
 
+def read_layers(path):
+    """collapsed_layers of a written file, back in the training scale (the
+    inverse of the 1/255 and 255 folds and of OUTPUT_BIAS)."""
+    m = onnx.load(path)
+    consts = {t.name: torch.from_numpy(numpy_helper.to_array(t).copy()) for t in m.graph.initializer}
+    convs = [n for n in m.graph.node if n.op_type == "Conv"]
+    slopes = {n.input[0]: consts[n.input[1]] for n in m.graph.node if n.op_type == "PRelu"}
+    if not convs or any(n.op_type in ("QuantizeLinear", "DequantizeLinear") for n in m.graph.node):
+        raise ValueError(f"{path}: not a float network written by this script")
+    layers = []
+    for i, node in enumerate(convs):
+        k, b = consts[node.input[1]].double(), consts[node.input[2]].double()
+        if i == 0:
+            k = k * 255.0
+        if i == len(convs) - 1:
+            k, b = k / 255.0, (b - OUTPUT_BIAS) / 255.0
+        slope = slopes.get(node.output[0])
+        layers.append((k.float(), b.float(), None if slope is None else slope.reshape(-1)))
+    return layers
+
+
 def build_graph(layers):
     nodes, inits = [], []
     x = INPUT

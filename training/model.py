@@ -103,6 +103,20 @@ class RepBlock(nn.Module):
         k, b = self.kernel()
         return k.clone(), b.clone()
 
+    @torch.no_grad()
+    def start_from(self, k, b):
+        """Makes the block compute the 3x3 convolution (k, b) exactly, with
+        every branch still trainable: the 3x3 branch holds (k, b) less the
+        identity; the expansion's 3x3 and the edge scales start at zero (so
+        their branches add nothing) while the 1x1 stages before them keep
+        their random start (so the gradients reaching them are not zero)."""
+        self.conv3.weight.copy_(k - self.eye if self.identity else k)
+        self.conv3.bias.copy_(b)
+        self.exp3.weight.zero_()
+        self.exp3.bias.zero_()
+        self.edge_scale.zero_()
+        self.edge_bias.zero_()
+
 
 class SRNet(nn.Module):
     """Trains on luma scaled to 0..1; export folds the 255 scale in."""
@@ -116,6 +130,21 @@ class SRNet(nn.Module):
 
     def blocks(self):
         return [self.head, *self.body, self.tail]
+
+    @torch.no_grad()
+    def start_from(self, layers):
+        """Continues training from collapsed layers [(kernel, bias, slope or
+        None)] in the training scale (export.read_layers of a shipped file)."""
+        blocks = self.blocks()
+        if len(layers) != len(blocks):
+            raise ValueError(f"{len(layers)} layers for a network of {len(blocks)} blocks")
+        for i, (block, (k, b, slope)) in enumerate(zip(blocks, layers)):
+            if tuple(k.shape) != tuple(block.conv3.weight.shape):
+                raise ValueError(f"layer {i}: kernel {tuple(k.shape)}, the network has "
+                                 f"{tuple(block.conv3.weight.shape)}")
+            block.start_from(k, b)
+            if slope is not None:
+                self.acts[i].weight.copy_(slope.reshape(-1))
 
     def forward(self, x, branches=False):
         """branches=True runs each block as its sum of branches (slow; for

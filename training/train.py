@@ -39,6 +39,31 @@ def evaluate(net, pairs, device):
     return float(np.mean(scores))
 
 
+def captured_step(train_step, example):
+    """train_step as a replayed CUDA graph: the small network's step is a few
+    hundred short kernels, which cost more to launch one by one than to run.
+    The batch is copied into the graph's own input tensors before each replay;
+    a few eager steps on a side stream first, as capture requires."""
+    inputs = [t.clone() for t in example]
+    inputs[0] = inputs[0].contiguous(memory_format=torch.channels_last)
+    side = torch.cuda.Stream()
+    side.wait_stream(torch.cuda.current_stream())
+    with torch.cuda.stream(side):
+        for _ in range(3):
+            train_step(*inputs)
+    torch.cuda.current_stream().wait_stream(side)
+    graph = torch.cuda.CUDAGraph()
+    with torch.cuda.graph(graph):
+        loss = train_step(*inputs)
+
+    def step(*batch):
+        for dst, src in zip(inputs, batch):
+            dst.copy_(src)
+        graph.replay()
+        return loss.clone()
+    return step
+
+
 def main():
     here = os.path.dirname(os.path.abspath(__file__))
     ap = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
@@ -62,6 +87,9 @@ def main():
     ap.add_argument("--seed", type=int, default=1)
     ap.add_argument("--resume", help="checkpoint to continue from")
     ap.add_argument("--init", help="checkpoint whose weights start a new run (fine-tuning)")
+    ap.add_argument("--init-onnx", help="float network file (export.py's) whose layers start a new run")
+    ap.add_argument("--graph", action="store_true",
+                    help="run each training step as one captured CUDA graph (GPU only)")
     ap.add_argument("--edge-zero", type=float, default=0.0,
                     help="share of patches with zeros right of / below a random cut (see data.py)")
     ap.add_argument("--edge-from", type=float, default=0.0,
@@ -89,11 +117,20 @@ def main():
     # CPU (measured with Debian's torch 1.13 and PyPI's 2.x alike); the same
     # arithmetic.
     net = model.build(args.net, args.channels, args.body).to(device, memory_format=torch.channels_last)
-    opt = torch.optim.Adam(net.parameters(), lr=args.lr)
     if args.init:
         net.load_state_dict(torch.load(args.init, map_location=device, weights_only=False)["net"])
+    if args.init_onnx and not state:
+        net.start_from([tuple(None if t is None else t.to(device) for t in layer)
+                        for layer in export.read_layers(args.init_onnx)])
+        print(f"start: {args.init_onnx}, set5 {evaluate(net, set5, device):.3f} dB", flush=True)
     if state:
         net.load_state_dict(state["net"])
+    graph = args.graph and device.type == "cuda"
+    # A captured step reads its learning rate from the device, so it is a
+    # tensor there (Adam's capturable form).
+    opt = (torch.optim.Adam(net.parameters(), lr=torch.tensor(args.lr, device=device), capturable=True)
+           if graph else torch.optim.Adam(net.parameters(), lr=args.lr))
+    if state:
         opt.load_state_dict(state["opt"])
 
     def progress(it, seconds):
@@ -109,18 +146,34 @@ def main():
     eval_time = 0.0  # evaluation is not training time
     running = torch.zeros((), device=device)
     since_eval = 0
-    while progress(it, seconds) < 1.0:
-        p = progress(it, seconds)
-        # Cosine decay to 1% of the start rate over the run.
-        for group in opt.param_groups:
-            group["lr"] = args.lr * (0.01 + 0.99 * 0.5 * (1 + math.cos(math.pi * p)))
-        x, y, m = sampler.batch(args.batch, args.edge_zero if p >= args.edge_from else 0.0)
-        x = x.contiguous(memory_format=torch.channels_last)
+
+    def train_step(x, y, m):
         loss = ((net(x) - y).abs() * m).sum() / m.sum()
         opt.zero_grad(set_to_none=True)
         loss.backward()
         opt.step()
-        running += loss.detach()
+        return loss.detach()
+
+    step = None
+    if graph:
+        try:
+            step = captured_step(train_step, sampler.batch(args.batch))
+            print("training steps run as one CUDA graph each", flush=True)
+        except RuntimeError as e:  # the eager steps train the same network
+            torch.cuda.synchronize()
+            print(f"no CUDA graph ({e}); eager steps", flush=True)
+    while progress(it, seconds) < 1.0:
+        p = progress(it, seconds)
+        # Cosine decay to 1% of the start rate over the run.
+        rate = args.lr * (0.01 + 0.99 * 0.5 * (1 + math.cos(math.pi * p)))
+        for group in opt.param_groups:
+            if torch.is_tensor(group["lr"]):
+                group["lr"].fill_(rate)
+            else:
+                group["lr"] = rate
+        x, y, m = sampler.batch(args.batch, args.edge_zero if p >= args.edge_from else 0.0)
+        x = x.contiguous(memory_format=torch.channels_last)
+        running += step(x, y, m) if step else train_step(x, y, m)
         it += 1
         since_eval += 1
         seconds = done_seconds + time.time() - start - eval_time
@@ -129,7 +182,7 @@ def main():
             t_eval = time.time()
             psnr = evaluate(net, set5, device)
             print(f"iter {it:7d}  loss {running.item() / since_eval:.5f}  set5 {psnr:.3f} dB  "
-                  f"lr {opt.param_groups[0]['lr']:.2e}  {seconds / 60:.1f} min", flush=True)
+                  f"lr {float(opt.param_groups[0]['lr']):.2e}  {seconds / 60:.1f} min", flush=True)
             log.append({"iter": it, "loss": running.item() / since_eval, "set5": psnr, "minutes": seconds / 60})
             running.zero_()
             since_eval = 0
