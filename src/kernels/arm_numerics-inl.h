@@ -43,10 +43,15 @@ HWY_INLINE hn::Vec<DI> Low16SignedToU8Range(DI di, hn::Vec<DI> v) {
 
 // FRECPE on float lanes. NEON and SVE have the instruction; elsewhere this is
 // its definition (see RecipEstimate in arm_numerics.h) for normal inputs whose
-// reciprocal is normal, 2^-126 <= |x| < 2^125, the range the kernels use. The
-// integer division of RecipEstimate, floor(2^19 / (2a + 1)) for odd 2a + 1 in
-// 513..1023, is never within 1/1023 of an integer, so a float quotient good
-// to 2^-21 truncates to it; the tests check all 256 values of a per target.
+// reciprocal is normal, 2^-126 <= |x| < 2^125, the range the kernels use.
+// With a the operand's 1 + 8 top significand bits and e its biased exponent,
+// FRECPE gives (-1)^s 2^(126 - e) r / 256 where r = floor((floor(2^19 / m) +
+// 1) / 2), m = 2a + 1 odd in 513..1023: that is r = 2^18 / m rounded to
+// nearest, since 2^19 / m is never within 1/1023 of an integer (so 2^18 / m
+// is never within 1/2046 of a half). A float quotient good to 2^-21 (511
+// times that is below 1/2046) rounds to r; the tests check all 256 values of
+// a per target. m and the quotient are formed in float lanes, which keeps
+// the chain of dependent steps short: in the kernels it follows a long sum.
 template <class DF>
 HWY_INLINE hn::Vec<DF> RecipEstimate(DF df, hn::Vec<DF> x) {
 #if HWY_TARGET == HWY_NEON || HWY_TARGET == HWY_SVE || HWY_TARGET == HWY_SVE2 || \
@@ -55,23 +60,29 @@ HWY_INLINE hn::Vec<DF> RecipEstimate(DF df, hn::Vec<DF> x) {
   return hn::ApproximateReciprocal(x);
 #else
   const hn::RebindToUnsigned<DF> du;
-  const hn::RebindToSigned<DF> di;
   const auto bits = hn::BitCast(du, x);
-  const auto exp = hn::And(hn::ShiftRight<23>(bits), hn::Set(du, 0xFFu));
-  const auto a = hn::Or(hn::And(hn::ShiftRight<15>(bits), hn::Set(du, 0xFFu)), hn::Set(du, 256u));
-  const auto odd = hn::Add(hn::Add(a, a), hn::Set(du, 1u));
-  // 2^19 / odd by the target's reciprocal estimate and one Newton step: its
-  // error (below 2^-21 relative) stays under the distance to the next integer.
-  const auto m = hn::ConvertTo(df, hn::BitCast(di, odd));
-  auto inv = hn::ApproximateReciprocal(m);
-  inv = hn::Mul(inv, hn::Sub(hn::Set(df, 2.0f), hn::Mul(m, inv)));
-  const auto q = hn::Mul(hn::Set(df, 524288.0f), inv);
-  const auto b = hn::BitCast(du, hn::ConvertTo(di, q));
-  const auto r = hn::ShiftRight<1>(hn::Add(b, hn::Set(du, 1u)));
-  const auto result = hn::Or(hn::And(bits, hn::Set(du, 0x80000000u)),
-                             hn::Or(hn::ShiftLeft<23>(hn::Sub(hn::Set(du, 253u), exp)),
-                                    hn::ShiftLeft<15>(hn::And(r, hn::Set(du, 0xFFu)))));
-  return hn::BitCast(df, result);
+  // m = 512 (1 + f / 256) + 1 for the top 8 fraction bits f: exact.
+  const auto fraction = hn::And(bits, hn::Set(du, 0x007F8000u));
+  const auto one_f = hn::BitCast(df, hn::Or(fraction, hn::Set(du, 0x3F800000u)));
+  const auto m = hn::MulAdd(one_f, hn::Set(df, 512.0f), hn::Set(df, 1.0f));
+  // 2^18 / m by the target's reciprocal estimate and one Newton step.
+  const auto inv = hn::ApproximateReciprocal(m);
+  const auto q =
+      hn::Mul(hn::Mul(hn::Set(df, 262144.0f), inv), hn::NegMulAdd(m, inv, hn::Set(df, 2.0f)));
+  const auto sign = hn::And(bits, hn::Set(du, 0x80000000u));
+  const auto biased = hn::And(bits, hn::Set(du, 0x7F800000u));  // e << 23
+#if HWY_TARGET == HWY_AVX2
+  // (253 - e) << 23 | (r - 256) << 15 is (252 - e) << 23 plus r << 15. In
+  // integer lanes: the 256-bit bilateral loop is bound by its gathers, and
+  // this form measured faster there than the float one below.
+  const auto exp = hn::Sub(hn::Set(du, 0x7E000000u), biased);
+  const auto r = hn::BitCast(du, hn::NearestInt(q));
+  return hn::BitCast(df, hn::Or(hn::Add(exp, hn::ShiftLeft<15>(r)), sign));
+#else
+  // r / 256 times +-2^(126 - e), which has 253 - e in its exponent field.
+  const auto scale = hn::Or(hn::Sub(hn::Set(du, 0x7E800000u), biased), sign);
+  return hn::Mul(hn::Mul(hn::Round(q), hn::Set(df, 1.0f / 256.0f)), hn::BitCast(df, scale));
+#endif
 #endif
 }
 
