@@ -34,14 +34,15 @@ struct PairRows {
 };
 
 // One weighted sum of R, G, B, in the form the 16-bit pairwise multiply-add
-// takes: each weight c = 65536 q + r with r a 16-bit value. Pixels are
-// 32-bit lanes; R, B and G, A are their even and odd bytes, so two pairwise
-// products of (R, B) and (G, A) give the sum of the r parts exactly, and
-// floor(sum / 65536) = floor(r part / 65536) + qR R + qG G + qB B. Y's G
-// weight (33030) is the one with q = 1.
+// takes: each weight c = 65536 q + r. Pixels are 32-bit lanes; R and B are
+// their even bytes, paired as they are, with 16-bit r parts; G is copied into
+// both halves of its lane and paired with itself, so its r part may take 17
+// bits (two 16-bit halves): Y's G weight, 33030, then needs no q. The two
+// pairwise products give the sum of the r parts exactly, and
+// floor(sum / 65536) = floor(r part / 65536) + qR R + qG G + qB B.
 struct Weights {
   int32_t c[3];      // the weights as the context holds them
-  int32_t rb, g0;    // (rR, rB) and (rG, 0) as 16-bit pairs
+  int32_t rb, gg;    // (rR, rB) and the two halves of rG as 16-bit pairs
   int32_t q[3];
 };
 
@@ -52,8 +53,16 @@ Weights SplitWeights(int32_t r, int32_t g, int32_t b) {
     low[i] = static_cast<int16_t>(static_cast<uint16_t>(w.c[i]));
     w.q[i] = static_cast<int32_t>((int64_t{w.c[i]} - low[i]) / 65536);
   }
+  // G's r part is the sum of two 16-bit halves: the whole weight where it is
+  // in -65536..65534.
+  if (w.c[1] >= -65536 && w.c[1] <= 65534) {
+    low[1] = w.c[1];
+    w.q[1] = 0;
+  }
+  const int32_t half = low[1] >> 1;  // floor: both halves stay in int16
   w.rb = static_cast<int32_t>((static_cast<uint32_t>(low[2]) << 16) | static_cast<uint16_t>(low[0]));
-  w.g0 = static_cast<uint16_t>(low[1]);
+  w.gg = static_cast<int32_t>((static_cast<uint32_t>(half) << 16) |
+                              static_cast<uint16_t>(low[1] - half));
   return w;
 }
 
@@ -67,17 +76,19 @@ struct ToYuvCoefs {
 // the weights' pairs already in vectors (the stores below are bytes, which
 // may alias anything, so nothing is read from memory in the loop).
 template <class D, class V = hn::Vec<D>>
-HWY_INLINE V WeighHigh(D d, V px, V rb_w, V g0_w, const int32_t (&q)[3]) {
+HWY_INLINE V WeighHigh(D d, V px, V rb_w, V gg_w, V g_twice, const int32_t (&q)[3]) {
   const hn::Repartition<int16_t, D> d16;
-  const auto mask = hn::Set(d, 0x00FF00FF);
-  const auto rb = hn::And(px, mask), ga = hn::And(hn::ShiftRight<8>(px), mask);
+  const hn::Repartition<uint8_t, D> d8;
+  const auto rb = hn::And(px, hn::Set(d, 0x00FF00FF));
+  const auto gg =
+      hn::BitCast(d, hn::TableLookupBytesOr0(hn::BitCast(d8, px), hn::BitCast(d8, g_twice)));
   auto odd = hn::Zero(d);
   auto even = hn::ReorderWidenMulAccumulate(d, hn::BitCast(d16, rb), hn::BitCast(d16, rb_w),
                                             hn::Zero(d), odd);
-  even = hn::ReorderWidenMulAccumulate(d, hn::BitCast(d16, ga), hn::BitCast(d16, g0_w), even, odd);
+  even = hn::ReorderWidenMulAccumulate(d, hn::BitCast(d16, gg), hn::BitCast(d16, gg_w), even, odd);
   auto high = hn::ShiftRight<16>(hn::RearrangeToOddPlusEven(even, odd));
   if (q[1] != 0) {
-    const auto g = hn::And(ga, hn::Set(d, 0xFFFF));
+    const auto g = hn::And(gg, hn::Set(d, 0xFFFF));
     high = hn::Add(high, q[1] == 1 ? g : hn::Mul(g, hn::Set(d, q[1])));
   }
   if ((q[0] | q[2]) != 0) {
@@ -100,9 +111,14 @@ HWY_INLINE size_t ToI420APairs(D d, const ToYuvCoefs& k, const PairRows& p, size
   const hn::Rebind<uint8_t, decltype(d16x2)> d8x2;
   const size_t n = hn::Lanes(d);
   const auto y_off = hn::Set(d, k.y_off), u_off = hn::Set(d, k.u_off), v_off = hn::Set(d, k.v_off);
-  const auto y_rb = hn::Set(d, k.y.rb), y_g0 = hn::Set(d, k.y.g0);
-  const auto u_rb = hn::Set(d, k.u.rb), u_g0 = hn::Set(d, k.u.g0);
-  const auto v_rb = hn::Set(d, k.v.rb), v_g0 = hn::Set(d, k.v.g0);
+  const auto y_rb = hn::Set(d, k.y.rb), y_gg = hn::Set(d, k.y.gg);
+  const auto u_rb = hn::Set(d, k.u.rb), u_gg = hn::Set(d, k.u.gg);
+  const auto v_rb = hn::Set(d, k.v.rb), v_gg = hn::Set(d, k.v.gg);
+  // Byte indices that copy each pixel's G (byte 1) into both 16-bit halves
+  // of its lane, zero above; 0x80 reads as zero.
+  const auto g_twice = hn::Add(hn::Set(d, 0x80018001),
+                               hn::ShiftLeft<2>(hn::Mul(hn::And(hn::Iota(d, 0), hn::Set(d, 3)),
+                                                        hn::Set(d, 0x00010001))));
   const auto low16 = hn::Set(d, 0xFFFF), alpha_odd = hn::Set(d, 0xFF0000);
   const int32_t yq[3] = {k.y.q[0], k.y.q[1], k.y.q[2]}, uq[3] = {k.u.q[0], k.u.q[1], k.u.q[2]},
                 vq[3] = {k.v.q[0], k.v.q[1], k.v.q[2]};
@@ -117,16 +133,18 @@ HWY_INLINE size_t ToI420APairs(D d, const ToYuvCoefs& k, const PairRows& p, size
       hn::Vec<decltype(du)> pe, po;
       LoadInterleaved2Bytes(du, rgba + row * 4 * w + 4 * x, pe, po);
       const auto e = hn::BitCast(d, pe), o = hn::BitCast(d, po);
-      const auto ye = hn::Add(WeighHigh(d, e, y_rb, y_g0, yq), y_off);
-      const auto yo = hn::Add(WeighHigh(d, o, y_rb, y_g0, yq), y_off);
+      const auto ye = hn::Add(WeighHigh(d, e, y_rb, y_gg, g_twice, yq), y_off);
+      const auto yo = hn::Add(WeighHigh(d, o, y_rb, y_gg, g_twice, yq), y_off);
       hn::StoreU(pair(ye, yo), d8x2, y + row * w + x);
       const auto alphas = hn::Or(hn::BitCast(d, hn::ShiftRight<24>(pe)),
                                  hn::And(hn::BitCast(d, hn::ShiftRight<8>(po)), alpha_odd));
       hn::StoreU(hn::DemoteTo(d8x2, hn::BitCast(d16x2, alphas)), d8x2, a + row * w + x);
       if (row == 0) {
         // Chroma from the block's top-left pixel only.
-        hn::StoreU(hn::DemoteTo(d8, hn::Add(WeighHigh(d, e, u_rb, u_g0, uq), u_off)), d8, u + x / 2);
-        hn::StoreU(hn::DemoteTo(d8, hn::Add(WeighHigh(d, e, v_rb, v_g0, vq), v_off)), d8, v + x / 2);
+        const auto cb = hn::Add(WeighHigh(d, e, u_rb, u_gg, g_twice, uq), u_off);
+        const auto cr = hn::Add(WeighHigh(d, e, v_rb, v_gg, g_twice, vq), v_off);
+        hn::StoreU(hn::DemoteTo(d8, cb), d8, u + x / 2);
+        hn::StoreU(hn::DemoteTo(d8, cr), d8, v + x / 2);
       }
     }
   }
