@@ -49,22 +49,22 @@ for entry in "${nets[@]}"; do
   read -r name net channels body extra <<<"$entry"
   read -r -a extra <<<"${extra:-}"
   mkdir -p "$runs/$name"
-  resume=()
+  start=()
   # INIT=float: a new run starts from the shipped float network of its kind.
   if [ "${INIT:-}" = float ]; then
-    [ "$net" = full ] && resume=(--init-onnx models/float/RTC.onnx) || resume=(--init-onnx models/float/RTC_degrade.onnx)
+    [ "$net" = full ] && start=(--init-onnx models/float/RTC.onnx) || start=(--init-onnx models/float/RTC_degrade.onnx)
   fi
   seconds=$total
   ckpt=$runs/$name/checkpoint.pt
   if [ -f "$ckpt" ]; then
-    resume=(--resume "$ckpt")
+    start=(--resume "$ckpt")
     [ -n "${REMAIN:-}" ] &&
       seconds=$(python3 -c "import torch; print(torch.load('$ckpt', weights_only=False)['seconds'] + $REMAIN)")
   fi
   PYTHONUNBUFFERED=1 python3 training/train.py --net "$net" --channels "$channels" --body "$body" \
     --device cuda --data "$archive" --seconds "$seconds" --stop-after "$piece" --batch "${BATCH:-64}" --patch 64 \
     --lr "${LR:-1e-3}" --eval-every "${EVAL_EVERY:-5000}" --edge-zero 0.5 --edge-from 0.85 --out "$runs/$name" \
-    "${resume[@]}" "${extra[@]}" \
+    "${start[@]}" "${extra[@]}" \
     >>"$runs/$name/train.log" 2>&1 &
 done
 wait

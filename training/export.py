@@ -42,11 +42,15 @@ def collapsed_layers(net):
     return layers
 
 
+def _initializers(m):
+    return {t.name: torch.from_numpy(numpy_helper.to_array(t).copy()) for t in m.graph.initializer}
+
+
 def read_layers(path):
     """collapsed_layers of a written file, back in the training scale (the
     inverse of the 1/255 and 255 folds and of OUTPUT_BIAS)."""
     m = onnx.load(path)
-    consts = {t.name: torch.from_numpy(numpy_helper.to_array(t).copy()) for t in m.graph.initializer}
+    consts = _initializers(m)
     convs = [n for n in m.graph.node if n.op_type == "Conv"]
     slopes = {n.input[0]: consts[n.input[1]] for n in m.graph.node if n.op_type == "PRelu"}
     if not convs or any(n.op_type in ("QuantizeLinear", "DequantizeLinear") for n in m.graph.node):
@@ -95,7 +99,7 @@ def run_onnx(path, x):
     """Runs the file's nodes with torch ops: an independent reading of what
     was written, not of the network object."""
     m = onnx.load(path)
-    consts = {t.name: torch.from_numpy(numpy_helper.to_array(t).copy()) for t in m.graph.initializer}
+    consts = _initializers(m)
     vals = {INPUT: x}
     for node in m.graph.node:
         a = {at.name: helper.get_attribute_value(at) for at in node.attribute}
