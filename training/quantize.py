@@ -324,23 +324,29 @@ def qat(layers, qnet, sampler, args, log):
         return t + (torch.round(t) - t).detach()
 
     n = len(layers)
+    dev = torch.device(args.device)
     # Parameters in train.py's 0..1 scale, so Adam's steps match the training
     # run's: the first conv takes bytes / 255, the last gives (out - 0.5) / 255.
-    ws = [torch.tensor(w * (255.0 if i == 0 else 1.0) / (255.0 if i == n - 1 else 1.0))
+    ws = [torch.tensor(w * (255.0 if i == 0 else 1.0) / (255.0 if i == n - 1 else 1.0), device=dev)
           for i, (w, _, _) in enumerate(layers)]
-    bs = [torch.tensor(b if i < n - 1 else (b - 0.5) / 255.0) for i, (_, b, _) in enumerate(layers)]
-    slopes = [torch.tensor(s) for _, _, s in layers[:-1]]
+    bs = [torch.tensor(b if i < n - 1 else (b - 0.5) / 255.0, device=dev) for i, (_, b, _) in enumerate(layers)]
+    slopes = [torch.tensor(s, device=dev) for _, _, s in layers[:-1]]
     los, his = [], []
     for layer in qnet["layers"][:-1]:
         s, zp = float(layer["s_out"]), layer["zp_out"]
-        los.append(torch.tensor(-zp * s))
-        his.append(torch.tensor((255 - zp) * s))
+        los.append(torch.tensor(-zp * s, device=dev))
+        his.append(torch.tensor((255 - zp) * s, device=dev))
     params = ws + bs + slopes
     for p in params + los + his:
         p.requires_grad_(True)
     opt = torch.optim.Adam([{"params": params}, {"params": los + his, "lr": args.lr * 10}], lr=args.lr)
-    sched = torch.optim.lr_scheduler.LambdaLR(
-        opt, lambda i: 0.01 + 0.99 * 0.5 * (1 + math.cos(math.pi * min(i, args.qat_iters) / args.qat_iters)))
+    # The run's length is --qat-iters steps or --qat-seconds of stepping (a
+    # GPU's speed is not known beforehand); the rate follows a cosine over it.
+    t0 = time.time()
+
+    def progress(it):
+        return min(1.0, (time.time() - t0) / args.qat_seconds if args.qat_seconds else it / args.qat_iters)
+    sched = torch.optim.lr_scheduler.LambdaLR(opt, lambda i: 0.01 + 0.99 * 0.5 * (1 + math.cos(math.pi * progress(i))))
 
     def byte_params(i):
         w, b = ws[i], bs[i]
@@ -351,7 +357,7 @@ def qat(layers, qnet, sampler, args, log):
         return w, b
 
     def forward(x):
-        a, s_a = x, torch.tensor(1.0)  # byte input: s_in = 1, zp_in = 0 is exact
+        a, s_a = x, torch.tensor(1.0, device=dev)  # byte input: s_in = 1, zp_in = 0 is exact
         for i in range(n):
             w, b = byte_params(i)
             sw = (w.detach().abs().amax(dim=(1, 2, 3)) / 127.0).clamp_min(1e-12)
@@ -371,45 +377,47 @@ def qat(layers, qnet, sampler, args, log):
         with torch.no_grad():
             for i in range(n):
                 w, b = byte_params(i)
-                tuned.append((w.numpy().astype(F32), b.numpy().astype(F32),
-                              slopes[i].numpy().astype(F32) if i < n - 1 else None))
+                tuned.append((w.cpu().numpy().astype(F32), b.cpu().numpy().astype(F32),
+                              slopes[i].cpu().numpy().astype(F32) if i < n - 1 else None))
             ranges = [(float(lo), float(hi)) for lo, hi in zip(los, his)]
         return tuned, ranges
 
     # The fake-quantised forward must start where the integer network is.
     probe = np.rint(sampler.batch(4, args.edge_zero)[0][:, 0] * 255.0).astype(F32)
     with torch.no_grad():
-        fake = forward(torch.from_numpy(probe[:, None]))[:, 0].numpy()
+        fake = forward(torch.from_numpy(probe[:, None]).to(dev))[:, 0].cpu().numpy()
     print(f"qat: start, max |fake-quant - integer| = {np.abs(fake - run_int(qnet, probe)).max():.3g}", flush=True)
     t0 = time.time()
-    running = 0.0
-    for it in range(1, args.qat_iters + 1):
+    running, it, since = 0.0, 0, 0
+    while progress(it) < 1.0:
+        it += 1
+        since += 1
         lr_patch, hr_patch, mask = sampler.batch(args.batch, args.edge_zero)
-        x = torch.from_numpy(np.rint(lr_patch * 255.0))
+        x = torch.from_numpy(np.rint(lr_patch * 255.0)).to(dev)
         if args.target == "float":
             # The float network's own output: the quantisation error alone,
             # without the network's error against the truth, drives the steps.
-            y = torch.from_numpy(float_forward(layers, x.numpy()[:, 0])[:, None]) / 255.0
+            y = torch.from_numpy(float_forward(layers, x.cpu().numpy()[:, 0])[:, None]).to(dev) / 255.0
         else:
             # The file's output carries half a level for the plug-in's
             # truncation; the target does not.
-            y = torch.from_numpy(hr_patch) + 0.5 / 255.0
-        m = torch.from_numpy(mask)
+            y = torch.from_numpy(hr_patch).to(dev) + 0.5 / 255.0
+        m = torch.from_numpy(mask).to(dev)
         loss = ((forward(x) / 255.0 - y).abs() * m).sum() / m.sum()
         opt.zero_grad(set_to_none=True)
         loss.backward()
         opt.step()
         sched.step()
-        running += loss.item()
-        if it % args.eval_every == 0 or it == args.qat_iters:
-            k = args.eval_every if it % args.eval_every == 0 else it % args.eval_every
+        running += loss.detach()
+        if it % args.eval_every == 0 or progress(it) >= 1.0:
+            running = float(running) / since
             tuned, ranges = snapshot()
             qn = from_ranges(tuned, ranges)
             psnr = evaluate(lambda lr: run_int(qn, lr[None].astype(F32))[0], args.set5)
-            print(f"qat {it:5d}  loss {running / k:.5f}  set5 (integer) {psnr:.3f} dB  "
+            print(f"qat {it:5d}  loss {running:.5f}  set5 (integer) {psnr:.3f} dB  "
                   f"{(time.time() - t0) / 60:.1f} min", flush=True)
-            log.append({"iter": it, "loss": running / k, "set5_int": psnr, "minutes": (time.time() - t0) / 60})
-            running = 0.0
+            log.append({"iter": it, "loss": running, "set5_int": psnr, "minutes": (time.time() - t0) / 60})
+            running, since = 0.0, 0
             torch.save({"layers": tuned, "ranges": ranges, "iter": it}, os.path.join(args.run_dir, "qat.pt"))
     return snapshot()
 
@@ -461,6 +469,8 @@ def main():
     ap.add_argument("--range", default="auto",
                     help="activation range rule: minmax, a percentile (99.99), or auto (best on calibration patches)")
     ap.add_argument("--qat-iters", type=int, default=0)
+    ap.add_argument("--qat-seconds", type=float, help="length of the fine-tune in seconds instead of --qat-iters")
+    ap.add_argument("--device", default="cpu", help="where the fine-tune runs: cpu, cuda or cuda:N")
     ap.add_argument("--lr", type=float, default=1e-4)
     ap.add_argument("--target", choices=("hr", "float"), default="hr",
                     help="fine-tune towards the HR patches or towards the float network's output")
@@ -534,7 +544,7 @@ def main():
     write_qdq(qnet, float_model, ptq_path)
     final = ptq_path
 
-    if args.qat_iters:
+    if args.qat_iters or args.qat_seconds:
         t0 = time.time()
         log = []
         tuned, ranges = qat(layers, qnet, sampler, args, log)
