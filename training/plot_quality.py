@@ -21,10 +21,10 @@ BICUBIC_SET5 = 33.66
 ROWS = {"RTC (full)": "full", "RTC_degrade (light)": "light"}
 # Earlier networks through the plug-in, as the model card recorded them:
 # first (16x4 full, 8x3 light, float), second (20x4 full, 12x4 light,
-# integer), and the full network's first training in its shipped shape.
+# integer), and the first training of the shipped shapes (integer).
 EARLIER = [("full, 1st gen.", 10100, 36.58), ("light, 1st gen.", 2156, 36.21),
            ("full, 2nd gen.", 15504, 36.66), ("light, 2nd gen.", 5848, 36.56),
-           ("full, first training", 15504, 37.02)]
+           ("full, first training", 15504, 37.02), ("light, first training", 4528, 36.66)]
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import model  # noqa: E402
 
