@@ -12,7 +12,8 @@ namespace vorlith::test {
 std::string TargetName(int64_t target);
 
 // Calls body(target) with dispatch forced to each runnable target in turn,
-// under a SCOPED_TRACE naming it; restores normal dispatch afterwards.
+// under a SCOPED_TRACE naming it (with the targets below it, which code
+// that lacks it falls back to); restores normal dispatch afterwards.
 void ForEachTarget(const std::function<void(int64_t)>& body);
 
 }  // namespace vorlith::test
