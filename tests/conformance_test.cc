@@ -4,14 +4,20 @@
 #include <gtest/gtest.h>
 #include <hwy/targets.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <iterator>
+#include <random>
 #include <string>
+#include <type_traits>
+#include <vector>
 
 #include "src/kernels/dispatch.h"
 #include "tests/oracle/oracle.h"
 #include "tests/support/conformance.h"
 #include "tests/support/targets.h"
+#include "vorlith/convert.h"
 #include "vorlith/kernel_context.h"
 
 namespace {
@@ -163,3 +169,62 @@ TEST(KernelContext, UInitFreesEverySetPointerAndSkipsNull) {
 }
 
 }  // namespace
+
+// The vector steps of RGBA to I420A take their weights and offsets from the
+// context, as the header says, whatever they are: weights past 16 bits (the
+// pairwise products' correction terms), offsets whose sums leave 32 bits
+// once scaled, Y's high half wrapping in 16 bits. Only the scalar target
+// (every column a tail, with the built-in weights) has nothing to check.
+TEST(RgbaToI420A, VectorStepsTakeAnyWeightsFromTheContext) {
+  struct Set {
+    int32_t y[3], u[3], v[3];
+    int16_t y_off, u_off, v_off;
+  };
+  const Set sets[] = {
+      {{16843, 33030, 6423}, {-9699, -19071, 28770}, {28770, -24117, -4653}, 16, 128, 128},
+      {{16843, 33030, 6423}, {-9699, -19071, 28770}, {28770, -24117, -4653}, 16, 32767, 128},
+      {{16843, 33030, 6423}, {-9699, -19071, 28770}, {-1, 0, 0}, 16, 128, -32768},
+      {{32767, -65536, -32768}, {-32768, -65536, 32767}, {0, 0, 0}, 32767, 32000, -32768},
+      {{-40000, 70000, 40000}, {100000, -65537, -32769}, {-200000, 131071, 65536}, -7, 300, -300},
+      {{1 << 20, -(1 << 20), 65535}, {-65536, 65534, 32767}, {0, 0, 0}, 0, 32000, -32000},
+  };
+  auto clamp = [](int64_t v) { return static_cast<uint8_t>(std::clamp<int64_t>(v, 0, 255)); };
+  const int h = 4, w = 208, P = w * h;  // 208: the widest steps, then the narrower ones
+  std::vector<uint8_t> rgba(4 * size_t(P)), out(size_t(P) * 5 / 2);
+  std::mt19937 rng(7);
+  for (uint8_t& b : rgba) b = static_cast<uint8_t>(rng());
+  for (int i = 0; i < 8; ++i) rgba[4 * size_t(i) + i % 3] = i < 4 ? 0 : 255;  // extremes of each channel
+  vorlith::test::Context ctx;
+  for (const Set& s : sets) {
+    auto put = [](auto& field, const auto& value) {
+      std::remove_cvref_t<decltype(value)> lanes[16 / sizeof(value)];
+      std::fill(std::begin(lanes), std::end(lanes), value);
+      std::memcpy(static_cast<void*>(&field), lanes, 16);
+    };
+    _StLanczos1p5x* c = ctx.get();
+    put(c->yCoefR, s.y[0]), put(c->yCoefG, s.y[1]), put(c->yCoefB, s.y[2]), put(c->yOffset, s.y_off);
+    put(c->uCoefR, s.u[0]), put(c->uCoefG, s.u[1]), put(c->uCoefB, s.u[2]), put(c->uOffset, s.u_off);
+    put(c->vCoefR, s.v[0]), put(c->vCoefG, s.v[1]), put(c->vCoefB, s.v[2]), put(c->vOffset, s.v_off);
+    auto high = [&](const int32_t* k, int at) {
+      const uint8_t* p = &rgba[4 * size_t(at)];
+      const int64_t sum = int64_t{k[0]} * p[0] + int64_t{k[1]} * p[1] + int64_t{k[2]} * p[2];
+      return static_cast<int32_t>(sum >= 0 ? sum / 65536 : -((-sum + 65535) / 65536));
+    };
+    vorlith::test::ForEachTarget([&](int64_t target) {
+      if (target == HWY_SCALAR) return;
+      RGBA2I420A_NEON(c, rgba.data(), out.data(), h, w);
+      for (int at = 0; at < P; ++at) {
+        const int16_t y16 = static_cast<int16_t>(static_cast<uint16_t>(high(s.y, at) + s.y_off));
+        ASSERT_EQ(out[at], clamp(y16)) << "Y of pixel " << at << ", weights " << s.y[1];
+        ASSERT_EQ(out[size_t(P) * 3 / 2 + at], rgba[4 * size_t(at) + 3]) << "alpha of pixel " << at;
+      }
+      for (int pair = 0; pair < h / 2; ++pair) {
+        for (int x = 0; x < w / 2; ++x) {
+          const int at = 2 * pair * w + 2 * x, k = pair * (w / 2) + x;
+          ASSERT_EQ(out[P + k], clamp(high(s.u, at) + s.u_off)) << "U " << k << ", " << s.u[0];
+          ASSERT_EQ(out[P * 5 / 4 + k], clamp(high(s.v, at) + s.v_off)) << "V " << k << ", " << s.v[0];
+        }
+      }
+    });
+  }
+}

@@ -56,6 +56,9 @@ VORLITH_API void CvtF32ToU8_STRIDE(float* src, unsigned char* dst, int H, int W,
 //   U = ((-9699 R - 19071 G + 28770 B) >> 16) + 128,
 //   V = ((28770 R - 24117 G - 4653 B) >> 16) + 128.
 // A is copied. White gives Y 235, black 16, both with U = V = 128.
+// With other weights and offsets in the context, the vector columns give
+// Y = ((high 16 bits of the 32-bit sum) + yOffset) in 16 bits, saturated to
+// 0..255, and U, V = (sum >> 16) + offset clamped to 0..255, on every target.
 VORLITH_API void RGBA2I420A_NEON(_StLanczos1p5x* ctx, unsigned char* rgba, unsigned char* i420a,
                                  int height, int width);
 

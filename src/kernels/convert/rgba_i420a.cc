@@ -6,6 +6,10 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "src/kernels/convert/rgba_i420a.cc"
+// The dot-product target is opt-in in this Highway; RGBA to I420A uses it.
+#ifndef HWY_WANT_AVX3_DL
+#define HWY_WANT_AVX3_DL
+#endif
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
 #include <hwy/highway.h>
 
@@ -19,6 +23,15 @@
 #include "vorlith/convert.h"
 
 HWY_BEFORE_NAMESPACE();
+// This Highway's dot-product target does not enable the VNNI instructions
+// its CPUs all have.
+#if HWY_TARGET == HWY_AVX3_DL
+#if HWY_COMPILER_CLANG
+#pragma clang attribute push(__attribute__((target("avx512vnni"))), apply_to = function)
+#else
+#pragma GCC target("avx512vnni")
+#endif
+#endif
 namespace vorlith {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
@@ -69,7 +82,22 @@ Weights SplitWeights(int32_t r, int32_t g, int32_t b) {
 struct ToYuvCoefs {
   Weights y, u, v;
   int32_t y_off, u_off, v_off;
+  // A chroma value may reach 32768, which this Highway's x86 demotion to
+  // bytes takes to its low 15 bits up to 33022: capped first then. Only
+  // other contexts' offsets get there.
+  bool cap_chroma;
 };
+
+// The least and greatest offset * 65536 + cR R + cG G + cB B over all
+// pixels: the scaled chroma sums.
+struct SumRange {
+  int64_t lo, hi;
+};
+SumRange ScaledRange(const Weights& w, int32_t off) {
+  SumRange r{int64_t{off} * 65536, int64_t{off} * 65536};
+  for (int32_t c : w.c) (c < 0 ? r.lo : r.hi) += int64_t{255} * c;
+  return r;
+}
 
 #if HWY_TARGET != HWY_SCALAR  // one lane has no pairs to multiply and add
 // floor((cR R + cG G + cB B) / 65536) of pixels held as 32-bit lanes, with
@@ -119,9 +147,10 @@ HWY_INLINE size_t ToI420APairs(D d, const ToYuvCoefs& k, const PairRows& p, size
   const auto g_twice = hn::Add(hn::Set(d, 0x80018001),
                                hn::ShiftLeft<2>(hn::Mul(hn::And(hn::Iota(d, 0), hn::Set(d, 3)),
                                                         hn::Set(d, 0x00010001))));
-  const auto low16 = hn::Set(d, 0xFFFF), alpha_odd = hn::Set(d, 0xFF0000);
+  const auto low16 = hn::Set(d, 0xFFFF), alpha_odd = hn::Set(d, 0xFF0000), byte_max = hn::Set(d, 255);
   const int32_t yq[3] = {k.y.q[0], k.y.q[1], k.y.q[2]}, uq[3] = {k.u.q[0], k.u.q[1], k.u.q[2]},
                 vq[3] = {k.v.q[0], k.v.q[1], k.v.q[2]};
+  const bool cap = k.cap_chroma;
   const size_t w = p.width;
   const uint8_t* const rgba = p.rgba;
   uint8_t *const y = p.y, *const a = p.a, *const u = p.u, *const v = p.v;
@@ -141,8 +170,12 @@ HWY_INLINE size_t ToI420APairs(D d, const ToYuvCoefs& k, const PairRows& p, size
       hn::StoreU(hn::DemoteTo(d8x2, hn::BitCast(d16x2, alphas)), d8x2, a + row * w + x);
       if (row == 0) {
         // Chroma from the block's top-left pixel only.
-        const auto cb = hn::Add(WeighHigh(d, e, u_rb, u_gg, g_twice, uq), u_off);
-        const auto cr = hn::Add(WeighHigh(d, e, v_rb, v_gg, g_twice, vq), v_off);
+        auto cb = hn::Add(WeighHigh(d, e, u_rb, u_gg, g_twice, uq), u_off);
+        auto cr = hn::Add(WeighHigh(d, e, v_rb, v_gg, g_twice, vq), v_off);
+        if (cap) {
+          cb = hn::Min(cb, byte_max);
+          cr = hn::Min(cr, byte_max);
+        }
         hn::StoreU(hn::DemoteTo(d8, cb), d8, u + x / 2);
         hn::StoreU(hn::DemoteTo(d8, cr), d8, v + x / 2);
       }
@@ -151,6 +184,100 @@ HWY_INLINE size_t ToI420APairs(D d, const ToYuvCoefs& k, const PairRows& p, size
   return x;
 }
 #endif  // HWY_TARGET != HWY_SCALAR
+
+#if HWY_TARGET == HWY_AVX3_DL
+// Pixels in their own order, 64 of a row pair at a time: each weighted sum is
+// two 16-bit dot-product accumulations (vpdpwssd) onto the offset times
+// 65536, so the result is the sum's upper half; word and byte permutes
+// gather the results. Only where every weight has q = 0, and for chroma,
+// where offset * 65536 plus any sum stays within 32 bits (Y keeps its low 16
+// bits only, which wrapping does not change).
+bool DotProductsFit(const ToYuvCoefs& k) {
+  const Weights* all[3] = {&k.y, &k.u, &k.v};
+  for (const Weights* w : all) {
+    if ((w->q[0] | w->q[1] | w->q[2]) != 0) return false;
+  }
+  for (const SumRange r : {ScaledRange(k.u, k.u_off), ScaledRange(k.v, k.v_off)}) {
+    if (r.lo < INT32_MIN || r.hi > INT32_MAX) return false;
+  }
+  return true;
+}
+
+// Permute indices over two vectors: the upper 16-bit half of each 32-bit
+// lane, byte 3 of each (alpha; the upper 32 results unused) and the even
+// lanes.
+struct DotIndices {
+  alignas(64) uint16_t odd_words[32];
+  alignas(64) uint8_t alpha_bytes[64];
+  alignas(64) int32_t even_lanes[16];
+};
+constexpr DotIndices MakeDotIndices() {
+  DotIndices t{};
+  for (int i = 0; i < 32; ++i) t.odd_words[i] = static_cast<uint16_t>(2 * i + 1);
+  for (int i = 0; i < 64; ++i) t.alpha_bytes[i] = static_cast<uint8_t>((4 * i + 3) & 127);
+  for (int i = 0; i < 16; ++i) t.even_lanes[i] = 2 * i;
+  return t;
+}
+alignas(64) constexpr DotIndices kDotIndices = MakeDotIndices();
+
+HWY_INLINE __m512i WeighDot(__m512i acc, __m512i rb, __m512i gg, __m512i rb_w, __m512i gg_w) {
+  return _mm512_dpwssd_epi32(_mm512_dpwssd_epi32(acc, rb, rb_w), gg, gg_w);
+}
+
+size_t ToI420ADot(const ToYuvCoefs& k, const PairRows& p, size_t x, size_t end) {
+  const auto start = [](int32_t off) { return _mm512_set1_epi32(static_cast<int32_t>(static_cast<uint32_t>(off) << 16)); };
+  const __m512i y0 = start(k.y_off), u0 = start(k.u_off), v0 = start(k.v_off);
+  const __m512i y_rb = _mm512_set1_epi32(k.y.rb), y_gg = _mm512_set1_epi32(k.y.gg);
+  const __m512i u_rb = _mm512_set1_epi32(k.u.rb), u_gg = _mm512_set1_epi32(k.u.gg);
+  const __m512i v_rb = _mm512_set1_epi32(k.v.rb), v_gg = _mm512_set1_epi32(k.v.gg);
+  const __m512i rb_mask = _mm512_set1_epi32(0x00FF00FF);
+  // Each pixel's G (byte 1 of its lane) into both 16-bit halves, zero above.
+  const __m512i g_twice = _mm512_set4_epi32(0x800D800D, 0x80098009, 0x80058005, 0x80018001);
+  const __m512i words_odd = _mm512_load_si512(kDotIndices.odd_words),
+                alpha_idx = _mm512_load_si512(kDotIndices.alpha_bytes),
+                lanes_even = _mm512_load_si512(kDotIndices.even_lanes);
+  // packus leaves 128-bit lane L as 8 bytes of its first operand (pixels 8L..)
+  // then 8 of its second (pixels 32 + 8L..); these put them in order.
+  const __m512i y_order = _mm512_set_epi64(7, 5, 3, 1, 6, 4, 2, 0);
+  // Chroma after two packs: dword 4L + m of lane L holds four samples of U
+  // (m = 0, 1) or V (m = 2, 3), m odd the second half of the 64 pixels.
+  const __m512i uv_order = _mm512_set_epi32(15, 11, 7, 3, 14, 10, 6, 2, 13, 9, 5, 1, 12, 8, 4, 0);
+  const size_t w = p.width;
+  for (; x + 64 <= end; x += 64) {
+    for (size_t row = 0; row < 2; ++row) {
+      const uint8_t* src = p.rgba + row * 4 * w + 4 * x;
+      __m512i px[4], yy[4];
+      for (int i = 0; i < 4; ++i) {
+        px[i] = _mm512_loadu_si512(src + 64 * i);
+        yy[i] = WeighDot(y0, _mm512_and_si512(px[i], rb_mask), _mm512_shuffle_epi8(px[i], g_twice), y_rb, y_gg);
+      }
+      const __m512i lo = _mm512_permutex2var_epi16(yy[0], words_odd, yy[1]);
+      const __m512i hi = _mm512_permutex2var_epi16(yy[2], words_odd, yy[3]);
+      _mm512_storeu_si512(p.y + row * w + x, _mm512_permutexvar_epi64(y_order, _mm512_packus_epi16(lo, hi)));
+      uint8_t* a = p.a + row * w + x;
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(a),
+                          _mm512_castsi512_si256(_mm512_permutex2var_epi8(px[0], alpha_idx, px[1])));
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(a + 32),
+                          _mm512_castsi512_si256(_mm512_permutex2var_epi8(px[2], alpha_idx, px[3])));
+      if (row == 0) {
+        // Chroma from each block's top-left pixel: the even pixels.
+        __m512i cu[2], cv[2];
+        for (int i = 0; i < 2; ++i) {
+          const __m512i e = _mm512_permutex2var_epi32(px[2 * i], lanes_even, px[2 * i + 1]);
+          const __m512i rb = _mm512_and_si512(e, rb_mask), gg = _mm512_shuffle_epi8(e, g_twice);
+          cu[i] = _mm512_srai_epi32(WeighDot(u0, rb, gg, u_rb, u_gg), 16);
+          cv[i] = _mm512_srai_epi32(WeighDot(v0, rb, gg, v_rb, v_gg), 16);
+        }
+        const __m512i uv = _mm512_permutexvar_epi32(
+            uv_order, _mm512_packus_epi16(_mm512_packs_epi32(cu[0], cu[1]), _mm512_packs_epi32(cv[0], cv[1])));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(p.u + x / 2), _mm512_castsi512_si256(uv));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(p.v + x / 2), _mm512_extracti64x4_epi64(uv, 1));
+      }
+    }
+  }
+  return x;
+}
+#endif  // HWY_TARGET == HWY_AVX3_DL
 
 void ToI420ATail(const PairRows& p, size_t x, size_t end) {
   for (; x < end; x += 2) {
@@ -177,10 +304,14 @@ void RgbaToI420A(_StLanczos1p5x* ctx, const uint8_t* rgba, uint8_t* i420a, int h
   uint8_t* const a = i420a + (P * 3) / 2;
   const size_t w = static_cast<size_t>(width), odd = w & 1;
   const size_t body = w / 16 * 16, cols = body + 2 * ((w / 2) % 8);
-  const ToYuvCoefs k = {SplitWeights(Lane0(ctx->yCoefR), Lane0(ctx->yCoefG), Lane0(ctx->yCoefB)),
-                        SplitWeights(Lane0(ctx->uCoefR), Lane0(ctx->uCoefG), Lane0(ctx->uCoefB)),
-                        SplitWeights(Lane0(ctx->vCoefR), Lane0(ctx->vCoefG), Lane0(ctx->vCoefB)),
-                        Lane0(ctx->yOffset), Lane0(ctx->uOffset), Lane0(ctx->vOffset)};
+  ToYuvCoefs k = {SplitWeights(Lane0(ctx->yCoefR), Lane0(ctx->yCoefG), Lane0(ctx->yCoefB)),
+                  SplitWeights(Lane0(ctx->uCoefR), Lane0(ctx->uCoefG), Lane0(ctx->uCoefB)),
+                  SplitWeights(Lane0(ctx->vCoefR), Lane0(ctx->vCoefG), Lane0(ctx->vCoefB)),
+                  Lane0(ctx->yOffset), Lane0(ctx->uOffset), Lane0(ctx->vOffset), false};
+  k.cap_chroma = ScaledRange(k.u, k.u_off).hi > INT32_MAX || ScaledRange(k.v, k.v_off).hi > INT32_MAX;
+#if HWY_TARGET == HWY_AVX3_DL
+  const bool dot = DotProductsFit(k);
+#endif
   for (size_t pair = 0; pair < static_cast<size_t>(height / 2); ++pair) {
     // An odd width leaves its last column out, and each pair then starts
     // one pixel earlier than a packed layout would put it.
@@ -188,6 +319,9 @@ void RgbaToI420A(_StLanczos1p5x* ctx, const uint8_t* rgba, uint8_t* i420a, int h
     const PairRows p = {rgba + 4 * luma, y + luma, a + luma, u + pair * (w / 2), v + pair * (w / 2),
                         w};
     size_t x = 0;
+#if HWY_TARGET == HWY_AVX3_DL
+    if (dot) x = ToI420ADot(k, p, x, body);
+#endif
 #if HWY_TARGET != HWY_SCALAR
     x = ToI420APairs(hn::ScalableTag<int32_t>(), k, p, x, body);
     x = ToI420APairs(hn::CappedTag<int32_t, 4>(), k, p, x, body);
@@ -285,6 +419,9 @@ void I420AToRgba(_StLanczos1p5x* ctx, const uint8_t* y, const uint8_t* u, const 
 
 }  // namespace HWY_NAMESPACE
 }  // namespace vorlith
+#if HWY_TARGET == HWY_AVX3_DL && HWY_COMPILER_CLANG
+#pragma clang attribute pop
+#endif
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
