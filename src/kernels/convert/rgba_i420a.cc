@@ -2,7 +2,9 @@
 // the kernel context, the scalar tails from colour_coefficients.h; the
 // arithmetic (floor shifts, clamps) is the same, so every column of a row
 // pair gets the same bytes whichever path converts it. Pixels are handled
-// as 32-bit lanes (R in the low byte), chroma sample k with pixels 2k, 2k+1.
+// as 32-bit lanes (R in the low byte): RGBA to I420A on AVX2 and AVX-512 in
+// their own order, elsewhere split into even and odd pixels, chroma sample
+// k with pixels 2k, 2k+1.
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "src/kernels/convert/rgba_i420a.cc"
@@ -82,10 +84,6 @@ Weights SplitWeights(int32_t r, int32_t g, int32_t b) {
 struct ToYuvCoefs {
   Weights y, u, v;
   int32_t y_off, u_off, v_off;
-  // A chroma value may reach 32768, which this Highway's x86 demotion to
-  // bytes takes to its low 15 bits up to 33022: capped first then. Only
-  // other contexts' offsets get there.
-  bool cap_chroma;
 };
 
 // The least and greatest offset * 65536 + cR R + cG G + cB B over all
@@ -126,6 +124,18 @@ HWY_INLINE V WeighHigh(D d, V px, V rb_w, V gg_w, V g_twice, const int32_t (&q)[
   return high;
 }
 
+// int32 lanes to bytes, saturating. This Highway's x86 demotion straight to
+// bytes takes 32768..33022 to their low 15 bits (other contexts' offsets
+// reach them); through 16 bits it is exact and no slower. Arm's is exact.
+template <class D8, class V>
+HWY_INLINE hn::Vec<D8> SaturatedBytes(D8 d8, V v) {
+#if HWY_ARCH_X86
+  return hn::DemoteTo(d8, hn::DemoteTo(hn::Rebind<int16_t, D8>(), v));
+#else
+  return hn::DemoteTo(d8, v);
+#endif
+}
+
 // Columns [x, end) of a row pair, 2*Lanes(d) at a time; returns where it
 // stopped. Pixels 2k and 2k+1 come as lane k of two vectors; their bytes
 // travel as the two 16-bit halves of one lane until a saturating demotion
@@ -147,10 +157,9 @@ HWY_INLINE size_t ToI420APairs(D d, const ToYuvCoefs& k, const PairRows& p, size
   const auto g_twice = hn::Add(hn::Set(d, 0x80018001),
                                hn::ShiftLeft<2>(hn::Mul(hn::And(hn::Iota(d, 0), hn::Set(d, 3)),
                                                         hn::Set(d, 0x00010001))));
-  const auto low16 = hn::Set(d, 0xFFFF), alpha_odd = hn::Set(d, 0xFF0000), byte_max = hn::Set(d, 255);
+  const auto low16 = hn::Set(d, 0xFFFF), alpha_odd = hn::Set(d, 0xFF0000);
   const int32_t yq[3] = {k.y.q[0], k.y.q[1], k.y.q[2]}, uq[3] = {k.u.q[0], k.u.q[1], k.u.q[2]},
                 vq[3] = {k.v.q[0], k.v.q[1], k.v.q[2]};
-  const bool cap = k.cap_chroma;
   const size_t w = p.width;
   const uint8_t* const rgba = p.rgba;
   uint8_t *const y = p.y, *const a = p.a, *const u = p.u, *const v = p.v;
@@ -170,14 +179,10 @@ HWY_INLINE size_t ToI420APairs(D d, const ToYuvCoefs& k, const PairRows& p, size
       hn::StoreU(hn::DemoteTo(d8x2, hn::BitCast(d16x2, alphas)), d8x2, a + row * w + x);
       if (row == 0) {
         // Chroma from the block's top-left pixel only.
-        auto cb = hn::Add(WeighHigh(d, e, u_rb, u_gg, g_twice, uq), u_off);
-        auto cr = hn::Add(WeighHigh(d, e, v_rb, v_gg, g_twice, vq), v_off);
-        if (cap) {
-          cb = hn::Min(cb, byte_max);
-          cr = hn::Min(cr, byte_max);
-        }
-        hn::StoreU(hn::DemoteTo(d8, cb), d8, u + x / 2);
-        hn::StoreU(hn::DemoteTo(d8, cr), d8, v + x / 2);
+        const auto cb = hn::Add(WeighHigh(d, e, u_rb, u_gg, g_twice, uq), u_off);
+        const auto cr = hn::Add(WeighHigh(d, e, v_rb, v_gg, g_twice, vq), v_off);
+        hn::StoreU(SaturatedBytes(d8, cb), d8, u + x / 2);
+        hn::StoreU(SaturatedBytes(d8, cr), d8, v + x / 2);
       }
     }
   }
@@ -185,14 +190,15 @@ HWY_INLINE size_t ToI420APairs(D d, const ToYuvCoefs& k, const PairRows& p, size
 }
 #endif  // HWY_TARGET != HWY_SCALAR
 
-#if HWY_TARGET == HWY_AVX3_DL
-// Pixels in their own order, 64 of a row pair at a time: each weighted sum is
-// two 16-bit dot-product accumulations (vpdpwssd) onto the offset times
-// 65536, so the result is the sum's upper half; word and byte permutes
-// gather the results. Only where every weight has q = 0, and for chroma,
-// where offset * 65536 plus any sum stays within 32 bits (Y keeps its low 16
-// bits only, which wrapping does not change).
-bool DotProductsFit(const ToYuvCoefs& k) {
+#if HWY_TARGET == HWY_AVX3_DL || HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX2
+// x86 steps with pixels in their own order, so no even/odd split: each
+// weighted sum is two 16-bit pairwise products (one dot-product instruction
+// each where the CPU has VNNI) onto the offset times 65536, the result its
+// upper half; word and byte permutes and saturating packs gather the bytes.
+// Only where every weight has q = 0, and for chroma, where offset * 65536
+// plus any sum stays within 32 bits (Y keeps its low 16 bits only, which
+// wrapping does not change).
+bool PixelOrderFits(const ToYuvCoefs& k) {
   const Weights* all[3] = {&k.y, &k.u, &k.v};
   for (const Weights* w : all) {
     if ((w->q[0] | w->q[1] | w->q[2]) != 0) return false;
@@ -203,39 +209,50 @@ bool DotProductsFit(const ToYuvCoefs& k) {
   return true;
 }
 
+int32_t ScaledOffset(int32_t off) { return static_cast<int32_t>(static_cast<uint32_t>(off) << 16); }
+#endif
+
+#if HWY_TARGET == HWY_AVX3_DL || HWY_TARGET == HWY_AVX3
 // Permute indices over two vectors: the upper 16-bit half of each 32-bit
 // lane, byte 3 of each (alpha; the upper 32 results unused) and the even
 // lanes.
-struct DotIndices {
+struct PermuteIndices {
   alignas(64) uint16_t odd_words[32];
   alignas(64) uint8_t alpha_bytes[64];
   alignas(64) int32_t even_lanes[16];
 };
-constexpr DotIndices MakeDotIndices() {
-  DotIndices t{};
+constexpr PermuteIndices MakePermuteIndices() {
+  PermuteIndices t{};
   for (int i = 0; i < 32; ++i) t.odd_words[i] = static_cast<uint16_t>(2 * i + 1);
   for (int i = 0; i < 64; ++i) t.alpha_bytes[i] = static_cast<uint8_t>((4 * i + 3) & 127);
   for (int i = 0; i < 16; ++i) t.even_lanes[i] = 2 * i;
   return t;
 }
-alignas(64) constexpr DotIndices kDotIndices = MakeDotIndices();
+alignas(64) constexpr PermuteIndices kPermute = MakePermuteIndices();
 
-HWY_INLINE __m512i WeighDot(__m512i acc, __m512i rb, __m512i gg, __m512i rb_w, __m512i gg_w) {
+HWY_INLINE __m512i Weigh(__m512i acc, __m512i rb, __m512i gg, __m512i rb_w, __m512i gg_w) {
+#if HWY_TARGET == HWY_AVX3_DL
   return _mm512_dpwssd_epi32(_mm512_dpwssd_epi32(acc, rb, rb_w), gg, gg_w);
+#else
+  return _mm512_add_epi32(_mm512_add_epi32(acc, _mm512_madd_epi16(rb, rb_w)), _mm512_madd_epi16(gg, gg_w));
+#endif
 }
 
-size_t ToI420ADot(const ToYuvCoefs& k, const PairRows& p, size_t x, size_t end) {
-  const auto start = [](int32_t off) { return _mm512_set1_epi32(static_cast<int32_t>(static_cast<uint32_t>(off) << 16)); };
-  const __m512i y0 = start(k.y_off), u0 = start(k.u_off), v0 = start(k.v_off);
+// 64 pixels of a row pair at a time.
+size_t ToI420APixelOrder(const ToYuvCoefs& k, const PairRows& p, size_t x, size_t end) {
+  const __m512i y0 = _mm512_set1_epi32(ScaledOffset(k.y_off)), u0 = _mm512_set1_epi32(ScaledOffset(k.u_off)),
+                v0 = _mm512_set1_epi32(ScaledOffset(k.v_off));
   const __m512i y_rb = _mm512_set1_epi32(k.y.rb), y_gg = _mm512_set1_epi32(k.y.gg);
   const __m512i u_rb = _mm512_set1_epi32(k.u.rb), u_gg = _mm512_set1_epi32(k.u.gg);
   const __m512i v_rb = _mm512_set1_epi32(k.v.rb), v_gg = _mm512_set1_epi32(k.v.gg);
   const __m512i rb_mask = _mm512_set1_epi32(0x00FF00FF);
   // Each pixel's G (byte 1 of its lane) into both 16-bit halves, zero above.
   const __m512i g_twice = _mm512_set4_epi32(0x800D800D, 0x80098009, 0x80058005, 0x80018001);
-  const __m512i words_odd = _mm512_load_si512(kDotIndices.odd_words),
-                alpha_idx = _mm512_load_si512(kDotIndices.alpha_bytes),
-                lanes_even = _mm512_load_si512(kDotIndices.even_lanes);
+  const __m512i words_odd = _mm512_load_si512(kPermute.odd_words),
+                lanes_even = _mm512_load_si512(kPermute.even_lanes);
+#if HWY_TARGET == HWY_AVX3_DL
+  const __m512i alpha_idx = _mm512_load_si512(kPermute.alpha_bytes);
+#endif
   // packus leaves 128-bit lane L as 8 bytes of its first operand (pixels 8L..)
   // then 8 of its second (pixels 32 + 8L..); these put them in order.
   const __m512i y_order = _mm512_set_epi64(7, 5, 3, 1, 6, 4, 2, 0);
@@ -249,27 +266,35 @@ size_t ToI420ADot(const ToYuvCoefs& k, const PairRows& p, size_t x, size_t end) 
       __m512i px[4], yy[4];
       for (int i = 0; i < 4; ++i) {
         px[i] = _mm512_loadu_si512(src + 64 * i);
-        yy[i] = WeighDot(y0, _mm512_and_si512(px[i], rb_mask), _mm512_shuffle_epi8(px[i], g_twice), y_rb, y_gg);
+        yy[i] = Weigh(y0, _mm512_and_si512(px[i], rb_mask), _mm512_shuffle_epi8(px[i], g_twice), y_rb, y_gg);
       }
       const __m512i lo = _mm512_permutex2var_epi16(yy[0], words_odd, yy[1]);
       const __m512i hi = _mm512_permutex2var_epi16(yy[2], words_odd, yy[3]);
       _mm512_storeu_si512(p.y + row * w + x, _mm512_permutexvar_epi64(y_order, _mm512_packus_epi16(lo, hi)));
       uint8_t* a = p.a + row * w + x;
+#if HWY_TARGET == HWY_AVX3_DL
       _mm256_storeu_si256(reinterpret_cast<__m256i*>(a),
                           _mm512_castsi512_si256(_mm512_permutex2var_epi8(px[0], alpha_idx, px[1])));
       _mm256_storeu_si256(reinterpret_cast<__m256i*>(a + 32),
                           _mm512_castsi512_si256(_mm512_permutex2var_epi8(px[2], alpha_idx, px[3])));
+#else  // no byte permutes
+      for (int i = 0; i < 4; ++i) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(a + 16 * i),
+                         _mm512_cvtepi32_epi8(_mm512_srli_epi32(px[i], 24)));
+      }
+#endif
       if (row == 0) {
         // Chroma from each block's top-left pixel: the even pixels.
         __m512i cu[2], cv[2];
         for (int i = 0; i < 2; ++i) {
           const __m512i e = _mm512_permutex2var_epi32(px[2 * i], lanes_even, px[2 * i + 1]);
           const __m512i rb = _mm512_and_si512(e, rb_mask), gg = _mm512_shuffle_epi8(e, g_twice);
-          cu[i] = _mm512_srai_epi32(WeighDot(u0, rb, gg, u_rb, u_gg), 16);
-          cv[i] = _mm512_srai_epi32(WeighDot(v0, rb, gg, v_rb, v_gg), 16);
+          cu[i] = _mm512_srai_epi32(Weigh(u0, rb, gg, u_rb, u_gg), 16);
+          cv[i] = _mm512_srai_epi32(Weigh(v0, rb, gg, v_rb, v_gg), 16);
         }
         const __m512i uv = _mm512_permutexvar_epi32(
-            uv_order, _mm512_packus_epi16(_mm512_packs_epi32(cu[0], cu[1]), _mm512_packs_epi32(cv[0], cv[1])));
+            uv_order,
+            _mm512_packus_epi16(_mm512_packs_epi32(cu[0], cu[1]), _mm512_packs_epi32(cv[0], cv[1])));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(p.u + x / 2), _mm512_castsi512_si256(uv));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(p.v + x / 2), _mm512_extracti64x4_epi64(uv, 1));
       }
@@ -277,7 +302,69 @@ size_t ToI420ADot(const ToYuvCoefs& k, const PairRows& p, size_t x, size_t end) 
   }
   return x;
 }
-#endif  // HWY_TARGET == HWY_AVX3_DL
+#endif  // HWY_TARGET == HWY_AVX3_DL || HWY_TARGET == HWY_AVX3
+
+#if HWY_TARGET == HWY_AVX2
+HWY_INLINE __m256i Weigh(__m256i acc, __m256i rb, __m256i gg, __m256i rb_w, __m256i gg_w) {
+  return _mm256_add_epi32(_mm256_add_epi32(acc, _mm256_madd_epi16(rb, rb_w)), _mm256_madd_epi16(gg, gg_w));
+}
+
+// 32 pixels of a row pair at a time. The packs work within 128-bit lanes:
+// after two of them, 32-bit group g of lane L holds pixels 8g + 4L..
+// (chroma: U, U, V, V groups of four samples), which one dword permute puts
+// in order.
+size_t ToI420APixelOrder(const ToYuvCoefs& k, const PairRows& p, size_t x, size_t end) {
+  const __m256i u0 = _mm256_set1_epi32(ScaledOffset(k.u_off)), v0 = _mm256_set1_epi32(ScaledOffset(k.v_off));
+  const __m256i y_off = _mm256_set1_epi16(static_cast<int16_t>(k.y_off)), zero = _mm256_setzero_si256();
+  const __m256i y_rb = _mm256_set1_epi32(k.y.rb), y_gg = _mm256_set1_epi32(k.y.gg);
+  const __m256i u_rb = _mm256_set1_epi32(k.u.rb), u_gg = _mm256_set1_epi32(k.u.gg);
+  const __m256i v_rb = _mm256_set1_epi32(k.v.rb), v_gg = _mm256_set1_epi32(k.v.gg);
+  const __m256i rb_mask = _mm256_set1_epi32(0x00FF00FF);
+  const __m256i g_twice = _mm256_set_epi32(0x800D800D, 0x80098009, 0x80058005, 0x80018001, 0x800D800D,
+                                           0x80098009, 0x80058005, 0x80018001);
+  const __m256i in_order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+  const size_t w = p.width;
+  for (; x + 32 <= end; x += 32) {
+    for (size_t row = 0; row < 2; ++row) {
+      const uint8_t* src = p.rgba + row * 4 * w + 4 * x;
+      __m256i px[4], high[4], alpha[4];
+      for (int i = 0; i < 4; ++i) {
+        px[i] = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 32 * i));
+        // Y's offset joins after the packs, in 16 bits as it must.
+        const __m256i rb = _mm256_and_si256(px[i], rb_mask), gg = _mm256_shuffle_epi8(px[i], g_twice);
+        high[i] = _mm256_srli_epi32(Weigh(zero, rb, gg, y_rb, y_gg), 16);
+        alpha[i] = _mm256_srli_epi32(px[i], 24);
+      }
+      const __m256i lo = _mm256_add_epi16(_mm256_packus_epi32(high[0], high[1]), y_off);
+      const __m256i hi = _mm256_add_epi16(_mm256_packus_epi32(high[2], high[3]), y_off);
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(p.y + row * w + x),
+                          _mm256_permutevar8x32_epi32(_mm256_packus_epi16(lo, hi), in_order));
+      const __m256i a = _mm256_packus_epi16(_mm256_packus_epi32(alpha[0], alpha[1]),
+                                            _mm256_packus_epi32(alpha[2], alpha[3]));
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(p.a + row * w + x),
+                          _mm256_permutevar8x32_epi32(a, in_order));
+      if (row == 0) {
+        // Chroma from each block's top-left pixel: the even pixels, in order.
+        __m256i cu[2], cv[2];
+        for (int i = 0; i < 2; ++i) {
+          const __m256 even = _mm256_shuffle_ps(_mm256_castsi256_ps(px[2 * i]),
+                                                _mm256_castsi256_ps(px[2 * i + 1]), _MM_SHUFFLE(2, 0, 2, 0));
+          const __m256i e = _mm256_permute4x64_epi64(_mm256_castps_si256(even), _MM_SHUFFLE(3, 1, 2, 0));
+          const __m256i rb = _mm256_and_si256(e, rb_mask), gg = _mm256_shuffle_epi8(e, g_twice);
+          cu[i] = _mm256_srai_epi32(Weigh(u0, rb, gg, u_rb, u_gg), 16);
+          cv[i] = _mm256_srai_epi32(Weigh(v0, rb, gg, v_rb, v_gg), 16);
+        }
+        const __m256i uv = _mm256_permutevar8x32_epi32(
+            _mm256_packus_epi16(_mm256_packs_epi32(cu[0], cu[1]), _mm256_packs_epi32(cv[0], cv[1])),
+            in_order);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(p.u + x / 2), _mm256_castsi256_si128(uv));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(p.v + x / 2), _mm256_extracti128_si256(uv, 1));
+      }
+    }
+  }
+  return x;
+}
+#endif  // HWY_TARGET == HWY_AVX2
 
 void ToI420ATail(const PairRows& p, size_t x, size_t end) {
   for (; x < end; x += 2) {
@@ -304,13 +391,12 @@ void RgbaToI420A(_StLanczos1p5x* ctx, const uint8_t* rgba, uint8_t* i420a, int h
   uint8_t* const a = i420a + (P * 3) / 2;
   const size_t w = static_cast<size_t>(width), odd = w & 1;
   const size_t body = w / 16 * 16, cols = body + 2 * ((w / 2) % 8);
-  ToYuvCoefs k = {SplitWeights(Lane0(ctx->yCoefR), Lane0(ctx->yCoefG), Lane0(ctx->yCoefB)),
-                  SplitWeights(Lane0(ctx->uCoefR), Lane0(ctx->uCoefG), Lane0(ctx->uCoefB)),
-                  SplitWeights(Lane0(ctx->vCoefR), Lane0(ctx->vCoefG), Lane0(ctx->vCoefB)),
-                  Lane0(ctx->yOffset), Lane0(ctx->uOffset), Lane0(ctx->vOffset), false};
-  k.cap_chroma = ScaledRange(k.u, k.u_off).hi > INT32_MAX || ScaledRange(k.v, k.v_off).hi > INT32_MAX;
-#if HWY_TARGET == HWY_AVX3_DL
-  const bool dot = DotProductsFit(k);
+  const ToYuvCoefs k = {SplitWeights(Lane0(ctx->yCoefR), Lane0(ctx->yCoefG), Lane0(ctx->yCoefB)),
+                        SplitWeights(Lane0(ctx->uCoefR), Lane0(ctx->uCoefG), Lane0(ctx->uCoefB)),
+                        SplitWeights(Lane0(ctx->vCoefR), Lane0(ctx->vCoefG), Lane0(ctx->vCoefB)),
+                        Lane0(ctx->yOffset), Lane0(ctx->uOffset), Lane0(ctx->vOffset)};
+#if HWY_TARGET == HWY_AVX3_DL || HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX2
+  const bool pixel_order = PixelOrderFits(k);
 #endif
   for (size_t pair = 0; pair < static_cast<size_t>(height / 2); ++pair) {
     // An odd width leaves its last column out, and each pair then starts
@@ -319,8 +405,8 @@ void RgbaToI420A(_StLanczos1p5x* ctx, const uint8_t* rgba, uint8_t* i420a, int h
     const PairRows p = {rgba + 4 * luma, y + luma, a + luma, u + pair * (w / 2), v + pair * (w / 2),
                         w};
     size_t x = 0;
-#if HWY_TARGET == HWY_AVX3_DL
-    if (dot) x = ToI420ADot(k, p, x, body);
+#if HWY_TARGET == HWY_AVX3_DL || HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX2
+    if (pixel_order) x = ToI420APixelOrder(k, p, x, body);
 #endif
 #if HWY_TARGET != HWY_SCALAR
     x = ToI420APairs(hn::ScalableTag<int32_t>(), k, p, x, body);
