@@ -422,6 +422,28 @@ struct ToRgbCoefs {
   int32_t gain, bias, rv, gu, gv, bu, uv_bias;
 };
 
+#if HWY_TARGET == HWY_AVX3_DL
+// Byte permutes from packus(R, G) and packus(B, A) of 32 pixels (128-bit
+// lane L: 8 bytes of each operand for pixels 8L..8L+7) to RGBA pixels 0..15
+// and 16..31.
+struct RgbaBytes {
+  alignas(64) uint8_t lo[64];
+  alignas(64) uint8_t hi[64];
+};
+constexpr RgbaBytes MakeRgbaBytes() {
+  RgbaBytes t{};
+  for (int half = 0; half < 2; ++half) {
+    for (int j = 0; j < 16; ++j) {
+      const int px = 16 * half + j, at = 16 * (px / 8) + px % 8;
+      uint8_t* out = half ? t.hi : t.lo;
+      for (int c = 0; c < 4; ++c) out[4 * j + c] = static_cast<uint8_t>(at + (c & 1) * 8 + (c >> 1) * 64);
+    }
+  }
+  return t;
+}
+alignas(64) constexpr RgbaBytes kRgbaBytes = MakeRgbaBytes();
+#endif
+
 #if HWY_TARGET != HWY_SCALAR  // one lane has no pixel pairs to pack
 // Columns [x, end) of a row pair, 2*Lanes(d) at a time; returns where it
 // stopped. A chroma sample's lane serves pixels 2k and 2k+1, whose results
@@ -449,11 +471,19 @@ HWY_INLINE size_t ToRgbaPairs(D d, const ToRgbCoefs& k, const uint8_t* y, const 
   // One channel of 2n pixels in pixel order, floor-shifted and clamped. The
   // odd pixel's sum holds its floor shift in its upper half already, so one
   // blend pairs the two.
-  auto channel = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> chroma_part) {
+  auto unclamped = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> chroma_part) {
     const auto e = hn::ShiftRight<16>(hn::Add(se, chroma_part));
-    const auto both = hn::OddEven(hn::BitCast(d16x2, hn::Add(so, chroma_part)), hn::BitCast(d16x2, e));
-    return hn::BitCast(du16x2, hn::Min(hn::Max(both, zero16), max16));
+    return hn::OddEven(hn::BitCast(d16x2, hn::Add(so, chroma_part)), hn::BitCast(d16x2, e));
   };
+  auto channel = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> chroma_part) {
+    return hn::BitCast(du16x2, hn::Min(hn::Max(unclamped(se, so, chroma_part), zero16), max16));
+  };
+#if HWY_TARGET == HWY_AVX3_DL
+  // 512 bits: saturating packs clamp, and one byte permute of two packed
+  // vectors writes 16 pixels.
+  constexpr bool kPermuteBytes = hn::MaxLanes(D()) == 16;
+  const __m512i rgba_lo = _mm512_load_si512(kRgbaBytes.lo), rgba_hi = _mm512_load_si512(kRgbaBytes.hi);
+#endif
   for (; x + 2 * n <= end; x += 2 * n) {
     const auto cb = hn::Sub(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, u + x / 2))), uv_bias);
     const auto cr = hn::Sub(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, v + x / 2))), uv_bias);
@@ -465,6 +495,16 @@ HWY_INLINE size_t ToRgbaPairs(D d, const ToRgbCoefs& k, const uint8_t* y, const 
           d, hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(y + row * width + x))));
       const auto se = hn::Mul(hn::And(yy, byte), gain), so = hn::Mul(hn::ShiftRight<8>(yy), gain);
       const auto alpha = hn::PromoteTo(du16x2, hn::LoadU(d8x2, a + row * width + x));
+#if HWY_TARGET == HWY_AVX3_DL
+      if constexpr (kPermuteBytes) {
+        const __m512i rg = _mm512_packus_epi16(unclamped(se, so, rc).raw, unclamped(se, so, gc).raw);
+        const __m512i ba = _mm512_packus_epi16(unclamped(se, so, bc).raw, alpha.raw);
+        uint8_t* out = rgba + 4 * (row * width + x);
+        _mm512_storeu_si512(out, _mm512_permutex2var_epi8(rg, rgba_lo, ba));
+        _mm512_storeu_si512(out + 64, _mm512_permutex2var_epi8(rg, rgba_hi, ba));
+        continue;
+      }
+#endif
       const auto rg = hn::Or(channel(se, so, rc), hn::ShiftLeft<8>(channel(se, so, gc)));
       const auto ba = hn::Or(channel(se, so, bc), hn::ShiftLeft<8>(alpha));
       StoreInterleaved2Bytes(rg, ba, du16x2, rgba + 4 * (row * width + x));
