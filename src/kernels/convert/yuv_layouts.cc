@@ -5,6 +5,10 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "src/kernels/convert/yuv_layouts.cc"
+// The opt-in AVX-512 target with byte permutes (VBMI) writes packed RGB.
+#ifndef HWY_WANT_AVX3_DL
+#define HWY_WANT_AVX3_DL
+#endif
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
 #include <hwy/highway.h>
 
@@ -93,6 +97,28 @@ void YuvToVuya(const uint8_t* y, int width, int height, int y_stride, const uint
 
 // ---- I420 and NV12 to packed RGB ----
 
+#if HWY_TARGET == HWY_AVX3_DL
+// Byte permutes that write 64 pixels of packed RGB (three vectors) from
+// packus(X of pixels 0..31, X of 32..63) for X = R, G, B (128-bit lane L:
+// pixels 8L.. then 32 + 8L..): the first of each pair places R and G, the
+// second B, keeping the rest.
+struct RgbBytes {
+  alignas(64) uint8_t rg[3][64];
+  alignas(64) uint8_t b[3][64];
+};
+constexpr RgbBytes MakeRgbBytes() {
+  RgbBytes t{};
+  for (int q = 0; q < 192; ++q) {
+    const int px = q / 3, c = q % 3, k = q / 64, j = q % 64;
+    const int at = px < 32 ? 16 * (px / 8) + px % 8 : 16 * ((px - 32) / 8) + 8 + (px - 32) % 8;
+    t.rg[k][j] = static_cast<uint8_t>(c == 2 ? 0 : at + 64 * c);
+    t.b[k][j] = static_cast<uint8_t>(c == 2 ? 64 + at : j);
+  }
+  return t;
+}
+alignas(64) constexpr RgbBytes kRgbBytes = MakeRgbBytes();
+#endif
+
 template <class D>  // int32 lanes, one per chroma sample
 HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c,
                            uint8_t* const (&rgb)[2], size_t x, size_t end) {
@@ -138,11 +164,23 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
   // pixel order; the demotion saturates, which is the clamp to 0..255. The
   // odd pixel's sum shifted by 4 holds its result in the upper half already
   // (floor(floor(s / 16) / 65536) = floor(s / 2^20)), so one blend pairs them.
-  auto channel = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> chroma_part) {
+  auto unclamped = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> chroma_part) {
     const auto e = hn::ShiftRight<20>(hn::Add(se, chroma_part));
     const auto o = hn::ShiftRight<4>(hn::Add(so, chroma_part));
-    return hn::DemoteTo(d8x2, hn::OddEven(hn::BitCast(d16x2, o), hn::BitCast(d16x2, e)));
+    return hn::OddEven(hn::BitCast(d16x2, o), hn::BitCast(d16x2, e));
   };
+  auto channel = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> chroma_part) {
+    return hn::DemoteTo(d8x2, unclamped(se, so, chroma_part));
+  };
+#if HWY_TARGET == HWY_AVX3_DL
+  // 512 bits: the same saturation by packus, the interleave by byte permutes.
+  constexpr bool kPermuteBytes = hn::MaxLanes(D()) == 16;
+  __m512i rg_idx[3], b_idx[3];
+  for (int i = 0; i < 3; ++i) {
+    rg_idx[i] = _mm512_load_si512(kRgbBytes.rg[i]);
+    b_idx[i] = _mm512_load_si512(kRgbBytes.b[i]);
+  }
+#endif
   for (; x + 4 * n <= end; x += 4 * n) {
     const auto cb0 = cb_at(x), cr0 = cr_at(x), cb1 = cb_at(x + 2 * n), cr1 = cr_at(x + 2 * n);
     const auto rc0 = hn::Add(hn::Mul(cr0, rv), base), rc1 = hn::Add(hn::Mul(cr1, rv), base);
@@ -157,6 +195,19 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
       const auto so0 = hn::Mul(hn::Max(hn::ShiftRight<8>(yy0), floor16), gain);
       const auto se1 = hn::Mul(hn::Max(hn::And(yy1, byte), floor16), gain);
       const auto so1 = hn::Mul(hn::Max(hn::ShiftRight<8>(yy1), floor16), gain);
+#if HWY_TARGET == HWY_AVX3_DL
+      if constexpr (kPermuteBytes) {
+        const __m512i r = _mm512_packus_epi16(unclamped(se0, so0, rc0).raw, unclamped(se1, so1, rc1).raw);
+        const __m512i g = _mm512_packus_epi16(unclamped(se0, so0, gc0).raw, unclamped(se1, so1, gc1).raw);
+        const __m512i b = _mm512_packus_epi16(unclamped(se0, so0, bc0).raw, unclamped(se1, so1, bc1).raw);
+        uint8_t* out = (row ? out1 : out0) + 3 * x;
+        for (int i = 0; i < 3; ++i) {
+          const __m512i rgb_part = _mm512_permutex2var_epi8(_mm512_permutex2var_epi8(r, rg_idx[i], g), b_idx[i], b);
+          _mm512_storeu_si512(out + 64 * i, rgb_part);
+        }
+        continue;
+      }
+#endif
       hn::StoreInterleaved3(hn::Combine(d8x4, channel(se1, so1, rc1), channel(se0, so0, rc0)),
                             hn::Combine(d8x4, channel(se1, so1, gc1), channel(se0, so0, gc0)),
                             hn::Combine(d8x4, channel(se1, so1, bc1), channel(se0, so0, bc0)), d8x4,
