@@ -25,15 +25,6 @@
 #include "vorlith/convert.h"
 
 HWY_BEFORE_NAMESPACE();
-// This Highway's dot-product target does not enable the VNNI instructions
-// its CPUs all have.
-#if HWY_TARGET == HWY_AVX3_DL
-#if HWY_COMPILER_CLANG
-#pragma clang attribute push(__attribute__((target("avx512vnni"))), apply_to = function)
-#else
-#pragma GCC target("avx512vnni")
-#endif
-#endif
 namespace vorlith {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
@@ -232,7 +223,12 @@ alignas(64) constexpr PermuteIndices kPermute = MakePermuteIndices();
 
 HWY_INLINE __m512i Weigh(__m512i acc, __m512i rb, __m512i gg, __m512i rb_w, __m512i gg_w) {
 #if HWY_TARGET == HWY_AVX3_DL
-  return _mm512_dpwssd_epi32(_mm512_dpwssd_epi32(acc, rb, rb_w), gg, gg_w);
+  // vpdpwssd as an instruction: this Highway's dot-product target does not
+  // enable the VNNI intrinsics its CPUs all have, and Clang does not let a
+  // pragma add them to Highway's target attribute.
+  asm("vpdpwssd %1, %2, %0" : "+v"(acc) : "v"(rb), "v"(rb_w));
+  asm("vpdpwssd %1, %2, %0" : "+v"(acc) : "v"(gg), "v"(gg_w));
+  return acc;
 #else
   return _mm512_add_epi32(_mm512_add_epi32(acc, _mm512_madd_epi16(rb, rb_w)), _mm512_madd_epi16(gg, gg_w));
 #endif
@@ -545,9 +541,6 @@ void I420AToRgba(_StLanczos1p5x* ctx, const uint8_t* y, const uint8_t* u, const 
 
 }  // namespace HWY_NAMESPACE
 }  // namespace vorlith
-#if HWY_TARGET == HWY_AVX3_DL && HWY_COMPILER_CLANG
-#pragma clang attribute pop
-#endif
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
