@@ -9,7 +9,10 @@
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "src/kernels/convert/rgba_i420a.cc"
 // The dot-product target is opt-in in this Highway; RGBA to I420A uses it.
-#ifndef HWY_WANT_AVX3_DL
+// Not with Clang: this Highway's target also names AVX-VNNI, which its CPUs
+// (Ice Lake, Zen 4) lack, and Clang fuses the narrower pairwise products
+// here into that instruction set's vpdpwssd.
+#if !defined(HWY_WANT_AVX3_DL) && !defined(__clang__)
 #define HWY_WANT_AVX3_DL
 #endif
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
