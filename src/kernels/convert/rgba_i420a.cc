@@ -227,8 +227,7 @@ alignas(64) constexpr PermuteIndices kPermute = MakePermuteIndices();
 HWY_INLINE __m512i Weigh(__m512i acc, __m512i rb, __m512i gg, __m512i rb_w, __m512i gg_w) {
 #if HWY_TARGET == HWY_AVX3_DL
   // vpdpwssd as an instruction: this Highway's dot-product target does not
-  // enable the VNNI intrinsics its CPUs all have, and Clang does not let a
-  // pragma add them to Highway's target attribute.
+  // enable the AVX-512 VNNI intrinsics its CPUs all have.
   asm("vpdpwssd %1, %2, %0" : "+v"(acc) : "v"(rb), "v"(rb_w));
   asm("vpdpwssd %1, %2, %0" : "+v"(acc) : "v"(gg), "v"(gg_w));
   return acc;
