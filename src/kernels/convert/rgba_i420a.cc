@@ -21,6 +21,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "src/kernels/byte_lanes-inl.h"
 #include "src/kernels/convert/convert_pixels.h"
@@ -79,17 +80,6 @@ struct ToYuvCoefs {
   Weights y, u, v;
   int32_t y_off, u_off, v_off;
 };
-
-// The least and greatest offset * 65536 + cR R + cG G + cB B over all
-// pixels: the scaled chroma sums.
-struct SumRange {
-  int64_t lo, hi;
-};
-SumRange ScaledRange(const Weights& w, int32_t off) {
-  SumRange r{int64_t{off} * 65536, int64_t{off} * 65536};
-  for (int32_t c : w.c) (c < 0 ? r.lo : r.hi) += int64_t{255} * c;
-  return r;
-}
 
 #if HWY_TARGET != HWY_SCALAR  // one lane has no pairs to multiply and add
 // floor((cR R + cG G + cB B) / 65536) of pixels held as 32-bit lanes, with
@@ -197,8 +187,11 @@ bool PixelOrderFits(const ToYuvCoefs& k) {
   for (const Weights* w : all) {
     if ((w->q[0] | w->q[1] | w->q[2]) != 0) return false;
   }
-  for (const SumRange r : {ScaledRange(k.u, k.u_off), ScaledRange(k.v, k.v_off)}) {
-    if (r.lo < INT32_MIN || r.hi > INT32_MAX) return false;
+  // The least and greatest scaled chroma sum over all pixels.
+  for (const auto& [w, off] : {std::pair{&k.u, k.u_off}, std::pair{&k.v, k.v_off}}) {
+    int64_t lo = int64_t{off} * 65536, hi = lo;
+    for (int32_t c : w->c) (c < 0 ? lo : hi) += int64_t{255} * c;
+    if (lo < INT32_MIN || hi > INT32_MAX) return false;
   }
   return true;
 }
