@@ -340,13 +340,6 @@ def qat(layers, qnet, sampler, args, log):
     for p in params + los + his:
         p.requires_grad_(True)
     opt = torch.optim.Adam([{"params": params}, {"params": los + his, "lr": args.lr * 10}], lr=args.lr)
-    # The run's length is --qat-iters steps or --qat-seconds of stepping (a
-    # GPU's speed is not known beforehand); the rate follows a cosine over it.
-    t0 = time.time()
-
-    def progress(it):
-        return min(1.0, (time.time() - t0) / args.qat_seconds if args.qat_seconds else it / args.qat_iters)
-    sched = torch.optim.lr_scheduler.LambdaLR(opt, lambda i: 0.01 + 0.99 * 0.5 * (1 + math.cos(math.pi * progress(i))))
 
     def byte_params(i):
         w, b = ws[i], bs[i]
@@ -387,7 +380,13 @@ def qat(layers, qnet, sampler, args, log):
     with torch.no_grad():
         fake = forward(torch.from_numpy(probe[:, None]).to(dev))[:, 0].cpu().numpy()
     print(f"qat: start, max |fake-quant - integer| = {np.abs(fake - run_int(qnet, probe)).max():.3g}", flush=True)
+    # The run's length is --qat-iters steps or --qat-seconds of stepping (a
+    # GPU's speed is not known beforehand); the rate follows a cosine over it.
     t0 = time.time()
+
+    def progress(it):
+        return min(1.0, (time.time() - t0) / args.qat_seconds if args.qat_seconds else it / args.qat_iters)
+    sched = torch.optim.lr_scheduler.LambdaLR(opt, lambda i: 0.01 + 0.99 * 0.5 * (1 + math.cos(math.pi * progress(i))))
     running, it, since = 0.0, 0, 0
     while progress(it) < 1.0:
         it += 1
