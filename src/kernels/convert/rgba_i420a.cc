@@ -452,12 +452,17 @@ HWY_INLINE size_t ToRgbaPairs(D d, const ToRgbCoefs& k, const uint8_t* y, const 
   const hn::Rebind<uint8_t, decltype(d16x2)> d8x2;
   const size_t n = hn::Lanes(d);
   // Every constant in a register before the loop: the byte stores may alias
-  // anything, k included. The luma black level joins the chroma terms:
-  // gain * (Y - bias) + c = gain * Y + (c - gain * bias), the same 32-bit sum.
+  // anything, k included. The luma black level and the chroma centre join
+  // one constant per channel: gain (Y - bias) + w (C - uv_bias) =
+  // gain Y + w C - (gain bias + w uv_bias), the same sum modulo 2^32.
+  auto wrapped = [](int64_t v) { return static_cast<int32_t>(static_cast<uint32_t>(v)); };
+  const int64_t black = int64_t{k.gain} * k.bias, centre = k.uv_bias;
   const auto byte = hn::Set(d, 0xFF);
-  const auto gain = hn::Set(d, k.gain), black = hn::Set(d, k.gain * k.bias);
-  const auto uv_bias = hn::Set(d, k.uv_bias), rv = hn::Set(d, k.rv), gu = hn::Set(d, k.gu),
+  const auto gain = hn::Set(d, k.gain), rv = hn::Set(d, k.rv), gu = hn::Set(d, k.gu),
              gv = hn::Set(d, k.gv), bu = hn::Set(d, k.bu);
+  const auto r_base = hn::Set(d, wrapped(black + centre * k.rv)),
+             g_base = hn::Set(d, wrapped(black + centre * (int64_t{k.gu} + k.gv))),
+             b_base = hn::Set(d, wrapped(black + centre * k.bu));
   const auto zero16 = hn::Zero(d16x2), max16 = hn::Set(d16x2, 255);
   // One channel of 2n pixels in pixel order, floor-shifted and clamped. The
   // odd pixel's sum holds its floor shift in its upper half already, so one
@@ -474,13 +479,15 @@ HWY_INLINE size_t ToRgbaPairs(D d, const ToRgbCoefs& k, const uint8_t* y, const 
   // vectors writes 16 pixels.
   constexpr bool kPermuteBytes = hn::MaxLanes(D()) == 16;
   const __m512i rgba_lo = _mm512_load_si512(kRgbaBytes.lo), rgba_hi = _mm512_load_si512(kRgbaBytes.hi);
+  const __m512i upper_words = _mm512_set_epi16(63, 31, 61, 29, 59, 27, 57, 25, 55, 23, 53, 21, 51, 19, 49, 17,
+                                               47, 15, 45, 13, 43, 11, 41, 9, 39, 7, 37, 5, 35, 3, 33, 1);
 #endif
   for (; x + 2 * n <= end; x += 2 * n) {
-    const auto cb = hn::Sub(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, u + x / 2))), uv_bias);
-    const auto cr = hn::Sub(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, v + x / 2))), uv_bias);
-    const auto rc = hn::Sub(hn::Mul(cr, rv), black);
-    const auto gc = hn::Sub(hn::Add(hn::Mul(cb, gu), hn::Mul(cr, gv)), black);
-    const auto bc = hn::Sub(hn::Mul(cb, bu), black);
+    const auto cb = hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, u + x / 2)));
+    const auto cr = hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, v + x / 2)));
+    const auto rc = hn::Sub(hn::Mul(cr, rv), r_base);
+    const auto gc = hn::Sub(hn::Add(hn::Mul(cb, gu), hn::Mul(cr, gv)), g_base);
+    const auto bc = hn::Sub(hn::Mul(cb, bu), b_base);
     for (size_t row = 0; row < 2; ++row) {
       const auto yy = hn::BitCast(
           d, hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(y + row * width + x))));
@@ -488,8 +495,12 @@ HWY_INLINE size_t ToRgbaPairs(D d, const ToRgbCoefs& k, const uint8_t* y, const 
       const auto alpha = hn::PromoteTo(du16x2, hn::LoadU(d8x2, a + row * width + x));
 #if HWY_TARGET == HWY_AVX3_DL
       if constexpr (kPermuteBytes) {
-        const __m512i rg = _mm512_packus_epi16(unclamped(se, so, rc).raw, unclamped(se, so, gc).raw);
-        const __m512i ba = _mm512_packus_epi16(unclamped(se, so, bc).raw, alpha.raw);
+        // The pair's upper halves side by side by one word permute.
+        auto upper = [&](hn::Vec<D> c) {
+          return _mm512_permutex2var_epi16(hn::Add(se, c).raw, upper_words, hn::Add(so, c).raw);
+        };
+        const __m512i rg = _mm512_packus_epi16(upper(rc), upper(gc));
+        const __m512i ba = _mm512_packus_epi16(upper(bc), alpha.raw);
         uint8_t* out = rgba + 4 * (row * width + x);
         _mm512_storeu_si512(out, _mm512_permutex2var_epi8(rg, rgba_lo, ba));
         _mm512_storeu_si512(out + 64, _mm512_permutex2var_epi8(rg, rgba_hi, ba));
