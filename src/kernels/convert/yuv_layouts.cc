@@ -99,20 +99,35 @@ void YuvToVuya(const uint8_t* y, int width, int height, int y_stride, const uint
 
 #if HWY_TARGET == HWY_AVX3_DL
 // Byte permutes that write 64 pixels of packed RGB (three vectors) from
-// packus(X of pixels 0..31, X of 32..63) for X = R, G, B (128-bit lane L:
-// pixels 8L.. then 32 + 8L..): the first of each pair places R and G, the
-// second B, keeping the rest.
+// rg0 = packus(R, G of pixels 0..31), rg1 = the same for 32..63 and
+// b = packus(B of 0..31, B of 32..63); 128-bit lane L of a packus holds
+// pixels 8L..8L+7 of its first operand, then of its second. The first and
+// last vectors take their bytes from two sources; the middle one from rg0
+// and rg1, then its B bytes by a masked permute of b.
 struct RgbBytes {
-  alignas(64) uint8_t rg[3][64];
-  alignas(64) uint8_t b[3][64];
+  alignas(64) uint8_t first[64];
+  alignas(64) uint8_t middle[64];
+  alignas(64) uint8_t middle_b[64];
+  alignas(64) uint8_t last[64];
+  uint64_t middle_b_mask;
 };
 constexpr RgbBytes MakeRgbBytes() {
   RgbBytes t{};
+  // Byte of pixel px's channel c (R 0, G 1) in rg0 (px < 32) or rg1, and of
+  // its B in b.
+  auto rg_at = [](int px, int c) { return 16 * ((px % 32) / 8) + 8 * c + px % 8; };
+  auto b_at = [](int px) { return 16 * ((px % 32) / 8) + 8 * (px / 32) + px % 8; };
   for (int q = 0; q < 192; ++q) {
-    const int px = q / 3, c = q % 3, k = q / 64, j = q % 64;
-    const int at = px < 32 ? 16 * (px / 8) + px % 8 : 16 * ((px - 32) / 8) + 8 + (px - 32) % 8;
-    t.rg[k][j] = static_cast<uint8_t>(c == 2 ? 0 : at + 64 * c);
-    t.b[k][j] = static_cast<uint8_t>(c == 2 ? 64 + at : j);
+    const int px = q / 3, c = q % 3, j = q % 64;
+    if (q < 64) {
+      t.first[j] = static_cast<uint8_t>(c == 2 ? 64 + b_at(px) : rg_at(px, c));
+    } else if (q < 128) {
+      t.middle[j] = static_cast<uint8_t>(c == 2 ? 0 : rg_at(px, c) + (px < 32 ? 0 : 64));
+      t.middle_b[j] = static_cast<uint8_t>(c == 2 ? b_at(px) : 0);
+      if (c == 2) t.middle_b_mask |= uint64_t{1} << j;
+    } else {
+      t.last[j] = static_cast<uint8_t>(c == 2 ? 64 + b_at(px) : rg_at(px, c));
+    }
   }
   return t;
 }
@@ -137,28 +152,29 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
   const hn::Half<decltype(d8x4)> d8x2;
   const size_t n = hn::Lanes(d);
   // Constants and pointers in registers: the byte stores may alias anything.
-  // The luma black level joins the chroma terms with the rounding half:
-  // gain * (Y' - 16) + c + half = gain * Y' + (c + half - 16 * gain).
-  const auto byte = hn::Set(d, 0xFF), uv_bias = hn::Set(d, 128);
+  // The luma black level and the chroma centre join the rounding half, one
+  // constant per channel: gain (Y' - 16) + w (C - 128) + half =
+  // gain Y' + w C + (half - 16 gain - 128 w).
+  const auto byte = hn::Set(d, 0xFF);
   const auto floor16 = hn::Set(d, 16), gain = hn::Set(d, k::kYGain20);
-  const auto base = hn::Set(d, k::kHalf20 - 16 * k::kYGain20);
+  constexpr int32_t kBase = k::kHalf20 - 16 * k::kYGain20;
+  const auto r_base = hn::Set(d, kBase - 128 * k::kRV20), g_base = hn::Set(d, kBase - 128 * (k::kGU20 + k::kGV20)),
+             b_base = hn::Set(d, kBase - 128 * k::kBU20);
   const auto rv = hn::Set(d, k::kRV20), gu = hn::Set(d, k::kGU20), gv = hn::Set(d, k::kGV20),
              bu = hn::Set(d, k::kBU20);
   const uint8_t *const cu = c.u, *const cv = c.v, *const y0 = luma[0], *const y1 = luma[1];
   uint8_t *const out0 = rgb[0], *const out1 = rgb[1];
   const bool interleaved = c.interleaved;
-  // Centred chroma of the n samples from pixel `at` on.
+  // U and V of the n samples from pixel `at` on.
   auto cb_at = [&](size_t at) {
-    const auto u = interleaved
+    return interleaved
         ? hn::And(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(cu + at)))), byte)
         : hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, cu + at / 2)));
-    return hn::Sub(u, uv_bias);
   };
   auto cr_at = [&](size_t at) {
-    const auto v = interleaved
+    return interleaved
         ? hn::ShiftRight<8>(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, reinterpret_cast<const uint16_t*>(cu + at)))))
         : hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, cv + at / 2)));
-    return hn::Sub(v, uv_bias);
   };
   // One channel of 2n pixels: the pair's two results as 16-bit lanes in
   // pixel order; the demotion saturates, which is the clamp to 0..255. The
@@ -175,18 +191,18 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
 #if HWY_TARGET == HWY_AVX3_DL
   // 512 bits: the same saturation by packus, the interleave by byte permutes.
   constexpr bool kPermuteBytes = hn::MaxLanes(D()) == 16;
-  __m512i rg_idx[3], b_idx[3];
-  for (int i = 0; i < 3; ++i) {
-    rg_idx[i] = _mm512_load_si512(kRgbBytes.rg[i]);
-    b_idx[i] = _mm512_load_si512(kRgbBytes.b[i]);
-  }
+  const __m512i first = _mm512_load_si512(kRgbBytes.first), middle = _mm512_load_si512(kRgbBytes.middle),
+                middle_b = _mm512_load_si512(kRgbBytes.middle_b), last = _mm512_load_si512(kRgbBytes.last);
+  const __mmask64 middle_b_mask = kRgbBytes.middle_b_mask;
+  const __m512i upper_words = _mm512_set_epi16(63, 31, 61, 29, 59, 27, 57, 25, 55, 23, 53, 21, 51, 19, 49, 17,
+                                               47, 15, 45, 13, 43, 11, 41, 9, 39, 7, 37, 5, 35, 3, 33, 1);
 #endif
   for (; x + 4 * n <= end; x += 4 * n) {
     const auto cb0 = cb_at(x), cr0 = cr_at(x), cb1 = cb_at(x + 2 * n), cr1 = cr_at(x + 2 * n);
-    const auto rc0 = hn::Add(hn::Mul(cr0, rv), base), rc1 = hn::Add(hn::Mul(cr1, rv), base);
-    const auto gc0 = hn::Add(hn::Add(hn::Mul(cb0, gu), hn::Mul(cr0, gv)), base);
-    const auto gc1 = hn::Add(hn::Add(hn::Mul(cb1, gu), hn::Mul(cr1, gv)), base);
-    const auto bc0 = hn::Add(hn::Mul(cb0, bu), base), bc1 = hn::Add(hn::Mul(cb1, bu), base);
+    const auto rc0 = hn::Add(hn::Mul(cr0, rv), r_base), rc1 = hn::Add(hn::Mul(cr1, rv), r_base);
+    const auto gc0 = hn::Add(hn::Add(hn::Mul(cb0, gu), hn::Mul(cr0, gv)), g_base);
+    const auto gc1 = hn::Add(hn::Add(hn::Mul(cb1, gu), hn::Mul(cr1, gv)), g_base);
+    const auto bc0 = hn::Add(hn::Mul(cb0, bu), b_base), bc1 = hn::Add(hn::Mul(cb1, bu), b_base);
     for (size_t row = 0; row < 2; ++row) {
       const auto* yrow = reinterpret_cast<const uint16_t*>((row ? y1 : y0) + x);
       const auto yy0 = hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, yrow)));
@@ -197,14 +213,20 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
       const auto so1 = hn::Mul(hn::Max(hn::ShiftRight<8>(yy1), floor16), gain);
 #if HWY_TARGET == HWY_AVX3_DL
       if constexpr (kPermuteBytes) {
-        const __m512i r = _mm512_packus_epi16(unclamped(se0, so0, rc0).raw, unclamped(se1, so1, rc1).raw);
-        const __m512i g = _mm512_packus_epi16(unclamped(se0, so0, gc0).raw, unclamped(se1, so1, gc1).raw);
-        const __m512i b = _mm512_packus_epi16(unclamped(se0, so0, bc0).raw, unclamped(se1, so1, bc1).raw);
+        // The pair's upper halves side by side by one word permute, then the
+        // remaining 4 bits of the shift in 16-bit lanes.
+        auto upper = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> c) {
+          return _mm512_srai_epi16(
+              _mm512_permutex2var_epi16(hn::Add(se, c).raw, upper_words, hn::Add(so, c).raw), 4);
+        };
+        const __m512i rg0 = _mm512_packus_epi16(upper(se0, so0, rc0), upper(se0, so0, gc0));
+        const __m512i rg1 = _mm512_packus_epi16(upper(se1, so1, rc1), upper(se1, so1, gc1));
+        const __m512i b = _mm512_packus_epi16(upper(se0, so0, bc0), upper(se1, so1, bc1));
         uint8_t* out = (row ? out1 : out0) + 3 * x;
-        for (int i = 0; i < 3; ++i) {
-          const __m512i rgb_part = _mm512_permutex2var_epi8(_mm512_permutex2var_epi8(r, rg_idx[i], g), b_idx[i], b);
-          _mm512_storeu_si512(out + 64 * i, rgb_part);
-        }
+        _mm512_storeu_si512(out, _mm512_permutex2var_epi8(rg0, first, b));
+        _mm512_storeu_si512(out + 64, _mm512_mask_permutexvar_epi8(_mm512_permutex2var_epi8(rg0, middle, rg1),
+                                                                   middle_b_mask, middle_b, b));
+        _mm512_storeu_si512(out + 128, _mm512_permutex2var_epi8(rg1, last, b));
         continue;
       }
 #endif
