@@ -156,7 +156,7 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
   // constant per channel: gain (Y' - 16) + w (C - 128) + half =
   // gain Y' + w C + (half - 16 gain - 128 w).
   const auto byte = hn::Set(d, 0xFF);
-  const auto floor16 = hn::Set(d, 16), gain = hn::Set(d, k::kYGain20);
+  const auto floor16 = hn::BitCast(d8x4, hn::Set(du, 0x1010u)), gain = hn::Set(d, k::kYGain20);
   constexpr int32_t kBase = k::kHalf20 - 16 * k::kYGain20;
   const auto r_base = hn::Set(d, kBase - 128 * k::kRV20), g_base = hn::Set(d, kBase - 128 * (k::kGU20 + k::kGV20)),
              b_base = hn::Set(d, kBase - 128 * k::kBU20);
@@ -204,13 +204,13 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
     const auto gc1 = hn::Add(hn::Add(hn::Mul(cb1, gu), hn::Mul(cr1, gv)), g_base);
     const auto bc0 = hn::Add(hn::Mul(cb0, bu), b_base), bc1 = hn::Add(hn::Mul(cb1, bu), b_base);
     for (size_t row = 0; row < 2; ++row) {
+      // A lane holds a pixel pair's two luma bytes; one byte max floors both.
       const auto* yrow = reinterpret_cast<const uint16_t*>((row ? y1 : y0) + x);
-      const auto yy0 = hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, yrow)));
-      const auto yy1 = hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, yrow + n)));
-      const auto se0 = hn::Mul(hn::Max(hn::And(yy0, byte), floor16), gain);
-      const auto so0 = hn::Mul(hn::Max(hn::ShiftRight<8>(yy0), floor16), gain);
-      const auto se1 = hn::Mul(hn::Max(hn::And(yy1, byte), floor16), gain);
-      const auto so1 = hn::Mul(hn::Max(hn::ShiftRight<8>(yy1), floor16), gain);
+      auto floored = [&](hn::Vec<D> yy) { return hn::BitCast(d, hn::Max(hn::BitCast(d8x4, yy), floor16)); };
+      const auto yy0 = floored(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, yrow))));
+      const auto yy1 = floored(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, yrow + n))));
+      const auto se0 = hn::Mul(hn::And(yy0, byte), gain), so0 = hn::Mul(hn::ShiftRight<8>(yy0), gain);
+      const auto se1 = hn::Mul(hn::And(yy1, byte), gain), so1 = hn::Mul(hn::ShiftRight<8>(yy1), gain);
 #if HWY_TARGET == HWY_AVX3_DL
       if constexpr (kPermuteBytes) {
         // The pair's upper halves side by side by one word permute, then the
