@@ -134,6 +134,45 @@ constexpr RgbBytes MakeRgbBytes() {
 alignas(64) constexpr RgbBytes kRgbBytes = MakeRgbBytes();
 #endif
 
+#if HWY_ARCH_X86 && HWY_TARGET != HWY_SCALAR
+// Packed RGB of 16 pixels per 128-bit block (r, g, b: bytes in pixel order)
+// written as three 16-byte pieces. Within a block every piece takes each
+// channel at positions p with the same p % 3, and over the three pieces a
+// channel's pixels fall on disjoint positions, so one byte shuffle per
+// channel places all its bytes and two blends per piece pick among them.
+// Highway's general three-way interleave shuffles more per piece.
+struct RgbPieces {
+  alignas(16) uint8_t order[3][16];  // channel c's byte for position p
+  alignas(16) uint8_t position[3][16];  // 0xFF where p % 3 == m
+};
+constexpr RgbPieces MakeRgbPieces() {
+  RgbPieces t{};
+  for (int p = 0; p < 16; ++p) {
+    for (int piece = 0; piece < 3; ++piece) {
+      const int q = 16 * piece + p;
+      t.order[q % 3][p] = static_cast<uint8_t>(q / 3);
+    }
+    for (int m = 0; m < 3; ++m) t.position[m][p] = p % 3 == m ? 0xFF : 0;
+  }
+  return t;
+}
+alignas(16) constexpr RgbPieces kRgbPieces = MakeRgbPieces();
+
+template <class D, class V = hn::Vec<D>>
+HWY_INLINE void StoreRgbPieces(D d, V piece0, V piece1, V piece2, uint8_t* out) {
+  if constexpr (hn::MaxLanes(d) == 16) {
+    hn::StoreU(piece0, d, out);
+    hn::StoreU(piece1, d, out + 16);
+    hn::StoreU(piece2, d, out + 32);
+  } else {
+    const hn::Half<D> dh;
+    StoreRgbPieces(dh, hn::LowerHalf(dh, piece0), hn::LowerHalf(dh, piece1), hn::LowerHalf(dh, piece2), out);
+    StoreRgbPieces(dh, hn::UpperHalf(dh, piece0), hn::UpperHalf(dh, piece1), hn::UpperHalf(dh, piece2),
+                   out + 3 * hn::Lanes(dh));
+  }
+}
+#endif
+
 template <class D>  // int32 lanes, one per chroma sample
 HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c,
                            uint8_t* const (&rgb)[2], size_t x, size_t end) {
@@ -197,6 +236,17 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
   const __m512i upper_words = _mm512_set_epi16(63, 31, 61, 29, 59, 27, 57, 25, 55, 23, 53, 21, 51, 19, 49, 17,
                                                47, 15, 45, 13, 43, 11, 41, 9, 39, 7, 37, 5, 35, 3, 33, 1);
 #endif
+#if HWY_ARCH_X86
+  // Whole 16-pixel blocks per channel vector (the 8-pixel steps interleave
+  // the general way).
+  constexpr bool kPieces = hn::MaxLanes(d8x4) >= 16;
+  const hn::CappedTag<uint8_t, kPieces ? hn::MaxLanes(d8x4) : 16> dp;
+  const auto r_order = hn::LoadDup128(dp, kRgbPieces.order[0]), g_order = hn::LoadDup128(dp, kRgbPieces.order[1]),
+             b_order = hn::LoadDup128(dp, kRgbPieces.order[2]);
+  const auto at0 = hn::MaskFromVec(hn::LoadDup128(dp, kRgbPieces.position[0])),
+             at1 = hn::MaskFromVec(hn::LoadDup128(dp, kRgbPieces.position[1])),
+             at2 = hn::MaskFromVec(hn::LoadDup128(dp, kRgbPieces.position[2]));
+#endif
   for (; x + 4 * n <= end; x += 4 * n) {
     const auto cb0 = cb_at(x), cr0 = cr_at(x), cb1 = cb_at(x + 2 * n), cr1 = cr_at(x + 2 * n);
     const auto rc0 = hn::Add(hn::Mul(cr0, rv), r_base), rc1 = hn::Add(hn::Mul(cr1, rv), r_base);
@@ -230,10 +280,20 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
         continue;
       }
 #endif
-      hn::StoreInterleaved3(hn::Combine(d8x4, channel(se1, so1, rc1), channel(se0, so0, rc0)),
-                            hn::Combine(d8x4, channel(se1, so1, gc1), channel(se0, so0, gc0)),
-                            hn::Combine(d8x4, channel(se1, so1, bc1), channel(se0, so0, bc0)), d8x4,
-                            (row ? out1 : out0) + 3 * x);
+      const auto r = hn::Combine(d8x4, channel(se1, so1, rc1), channel(se0, so0, rc0));
+      const auto g = hn::Combine(d8x4, channel(se1, so1, gc1), channel(se0, so0, gc0));
+      const auto b = hn::Combine(d8x4, channel(se1, so1, bc1), channel(se0, so0, bc0));
+#if HWY_ARCH_X86
+      if constexpr (kPieces) {
+        const auto rp = hn::TableLookupBytes(r, r_order), gp = hn::TableLookupBytes(g, g_order),
+                   bp = hn::TableLookupBytes(b, b_order);
+        StoreRgbPieces(d8x4, hn::IfThenElse(at0, rp, hn::IfThenElse(at1, gp, bp)),
+                       hn::IfThenElse(at2, rp, hn::IfThenElse(at0, gp, bp)),
+                       hn::IfThenElse(at1, rp, hn::IfThenElse(at2, gp, bp)), (row ? out1 : out0) + 3 * x);
+        continue;
+      }
+#endif
+      hn::StoreInterleaved3(r, g, b, d8x4, (row ? out1 : out0) + 3 * x);
     }
   }
   return x;
