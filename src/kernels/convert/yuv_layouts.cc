@@ -195,7 +195,8 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
   // constant per channel: gain (Y' - 16) + w (C - 128) + half =
   // gain Y' + w C + (half - 16 gain - 128 w).
   const auto byte = hn::Set(d, 0xFF);
-  const auto floor16 = hn::BitCast(d8x4, hn::Set(du, 0x1010u)), gain = hn::Set(d, k::kYGain20);
+  const auto floor16 = hn::BitCast(d8x4, hn::Set(du, 0x1010u));
+  const auto gain = hn::Set(d, k::kYGain20);
   constexpr int32_t kBase = k::kHalf20 - 16 * k::kYGain20;
   const auto r_base = hn::Set(d, kBase - 128 * k::kRV20), g_base = hn::Set(d, kBase - 128 * (k::kGU20 + k::kGV20)),
              b_base = hn::Set(d, kBase - 128 * k::kBU20);
