@@ -21,6 +21,9 @@
 #include "src/kernels/convert/convert_pixels.h"
 #include "vorlith/convert.h"
 
+// x86 vector targets (not the portable emulation) for raw intrinsics.
+#define VORLITH_X86_VECTORS (HWY_ARCH_X86 && HWY_TARGET != HWY_SCALAR && HWY_TARGET != HWY_EMU128)
+
 HWY_BEFORE_NAMESPACE();
 namespace vorlith {
 namespace HWY_NAMESPACE {
@@ -134,7 +137,7 @@ constexpr RgbBytes MakeRgbBytes() {
 alignas(64) constexpr RgbBytes kRgbBytes = MakeRgbBytes();
 #endif
 
-#if HWY_ARCH_X86 && HWY_TARGET != HWY_SCALAR
+#if VORLITH_X86_VECTORS
 // Packed RGB of 16 pixels per 128-bit block (r, g, b: bytes in pixel order)
 // written as three 16-byte pieces. Within a block every piece takes each
 // channel at positions p with the same p % 3, and over the three pieces a
@@ -157,6 +160,43 @@ constexpr RgbPieces MakeRgbPieces() {
   return t;
 }
 alignas(16) constexpr RgbPieces kRgbPieces = MakeRgbPieces();
+
+// Byte indices (0x80: zero) that widen chroma samples to 32-bit lanes for
+// steps of `blocks` 128-bit blocks: planar samples 8L.. (first) and 8L+4..
+// (second) in block L of the spread bytes (for two blocks both hold samples
+// 0..15, so block L starts at 8L; otherwise at its own chunk), and U and V
+// of pairs 8L.. and 8L+4.. for NV12.
+template <size_t blocks>
+struct ChromaBytes {
+  alignas(64) uint8_t planar[2][16 * blocks];
+  alignas(16) uint8_t pair[4][16];
+};
+template <size_t blocks>
+constexpr ChromaBytes<blocks> MakeChromaBytes() {
+  ChromaBytes<blocks> t{};
+  for (size_t i = 0; i < 16; ++i) {
+    const bool first = i % 4 == 0;
+    for (size_t h = 0; h < 2; ++h) {
+      for (size_t L = 0; L < blocks; ++L) {
+        const size_t at = (blocks == 2 ? 8 * L : 0) + 4 * h + i / 4;
+        t.planar[h][16 * L + i] = first ? static_cast<uint8_t>(at) : 0x80;
+      }
+      for (size_t v = 0; v < 2; ++v) t.pair[2 * h + v][i] = first ? static_cast<uint8_t>(8 * h + 2 * (i / 4) + v) : 0x80;
+    }
+  }
+  return t;
+}
+template <size_t blocks>
+alignas(64) constexpr ChromaBytes<blocks> kChromaBytes = MakeChromaBytes<blocks>();
+
+// Saturating packs of two 16-bit vectors, block by block (no lane fix-up).
+HWY_INLINE __m128i PackBlocks(__m128i a, __m128i b) { return _mm_packus_epi16(a, b); }
+#if HWY_TARGET <= HWY_AVX2
+HWY_INLINE __m256i PackBlocks(__m256i a, __m256i b) { return _mm256_packus_epi16(a, b); }
+#endif
+#if HWY_TARGET <= HWY_AVX3
+HWY_INLINE __m512i PackBlocks(__m512i a, __m512i b) { return _mm512_packus_epi16(a, b); }
+#endif
 
 template <class D, class V = hn::Vec<D>>
 HWY_INLINE void StoreRgbPieces(D d, V piece0, V piece1, V piece2, uint8_t* out) {
@@ -237,11 +277,38 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
   const __m512i upper_words = _mm512_set_epi16(63, 31, 61, 29, 59, 27, 57, 25, 55, 23, 53, 21, 51, 19, 49, 17,
                                                47, 15, 45, 13, 43, 11, 41, 9, 39, 7, 37, 5, 35, 3, 33, 1);
 #endif
-#if HWY_ARCH_X86
-  // Whole 16-pixel blocks per channel vector (the 8-pixel steps interleave
-  // the general way).
+#if HWY_TARGET != HWY_AVX3_DL
+  constexpr bool kPermuteBytes = false;
+#endif
+#if VORLITH_X86_VECTORS
+  // Below VBMI, steps of whole 128-bit blocks keep each block's pixels
+  // together: block L of the luma pair lanes holds pixels 16L..16L+7, of the
+  // second 16L+8..16L+15, with their chroma samples 8L.. and 8L+4.., so a
+  // pack per block gives 16 pixels in order, ready for the pieces below.
+  // (The 8-pixel steps go the general way.)
   constexpr bool kPieces = hn::MaxLanes(d8x4) >= 16;
+  constexpr bool kBlocks = kPieces && !kPermuteBytes;
+  constexpr size_t kBlockCount = kPieces ? hn::MaxLanes(d8x4) / 16 : 1;
   const hn::CappedTag<uint8_t, kPieces ? hn::MaxLanes(d8x4) : 16> dp;
+  const hn::Repartition<uint16_t, decltype(dp)> dp16;
+  const hn::Repartition<uint32_t, decltype(dp)> dp32;
+  constexpr const ChromaBytes<kBlockCount>& kIdx = kChromaBytes<kBlockCount>;
+  const auto planar0 = hn::LoadU(dp, kIdx.planar[0]), planar1 = hn::LoadU(dp, kIdx.planar[1]);
+  const auto u0 = hn::LoadDup128(dp, kIdx.pair[0]), v0 = hn::LoadDup128(dp, kIdx.pair[1]),
+             u1 = hn::LoadDup128(dp, kIdx.pair[2]), v1 = hn::LoadDup128(dp, kIdx.pair[3]);
+  // Planar chroma of 2n samples with block L holding samples 8L..8L+7.
+  auto spread = [&](const uint8_t* p) {
+    if constexpr (kBlockCount == 1) {
+      return hn::ZeroExtendVector(dp, hn::LoadU(hn::Half<decltype(dp)>(), p));
+    } else if constexpr (kBlockCount == 2) {
+      return hn::LoadDup128(dp, p);
+    } else {
+      const hn::Repartition<uint64_t, decltype(dp)> d64;
+      const auto chunks = hn::ZeroExtendVector(d64, hn::LoadU(hn::Half<decltype(d64)>(), reinterpret_cast<const uint64_t*>(p)));
+      alignas(64) static constexpr uint64_t kTwice[8] = {0, 0, 1, 1, 2, 2, 3, 3};
+      return hn::BitCast(dp, hn::TableLookupLanes(chunks, hn::SetTableIndices(d64, kTwice)));
+    }
+  };
   const auto r_order = hn::LoadDup128(dp, kRgbPieces.order[0]), g_order = hn::LoadDup128(dp, kRgbPieces.order[1]),
              b_order = hn::LoadDup128(dp, kRgbPieces.order[2]);
   const auto at0 = hn::MaskFromVec(hn::LoadDup128(dp, kRgbPieces.position[0])),
@@ -249,7 +316,23 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
              at2 = hn::MaskFromVec(hn::LoadDup128(dp, kRgbPieces.position[2]));
 #endif
   for (; x + 4 * n <= end; x += 4 * n) {
-    const auto cb0 = cb_at(x), cr0 = cr_at(x), cb1 = cb_at(x + 2 * n), cr1 = cr_at(x + 2 * n);
+    hn::Vec<D> cb0, cr0, cb1, cr1;
+#if VORLITH_X86_VECTORS
+    if constexpr (kBlocks) {
+      if (interleaved) {
+        const auto uv = hn::LoadU(dp, cu + x);
+        cb0 = hn::BitCast(d, hn::TableLookupBytesOr0(uv, u0)), cr0 = hn::BitCast(d, hn::TableLookupBytesOr0(uv, v0));
+        cb1 = hn::BitCast(d, hn::TableLookupBytesOr0(uv, u1)), cr1 = hn::BitCast(d, hn::TableLookupBytesOr0(uv, v1));
+      } else {
+        const auto us = spread(cu + x / 2), vs = spread(cv + x / 2);
+        cb0 = hn::BitCast(d, hn::TableLookupBytesOr0(us, planar0)), cr0 = hn::BitCast(d, hn::TableLookupBytesOr0(vs, planar0));
+        cb1 = hn::BitCast(d, hn::TableLookupBytesOr0(us, planar1)), cr1 = hn::BitCast(d, hn::TableLookupBytesOr0(vs, planar1));
+      }
+    } else
+#endif
+    {
+      cb0 = cb_at(x), cr0 = cr_at(x), cb1 = cb_at(x + 2 * n), cr1 = cr_at(x + 2 * n);
+    }
     const auto rc0 = hn::Add(hn::Mul(cr0, rv), r_base), rc1 = hn::Add(hn::Mul(cr1, rv), r_base);
     const auto gc0 = hn::Add(hn::Add(hn::Mul(cb0, gu), hn::Mul(cr0, gv)), g_base);
     const auto gc1 = hn::Add(hn::Add(hn::Mul(cb1, gu), hn::Mul(cr1, gv)), g_base);
@@ -258,8 +341,18 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
       // A lane holds a pixel pair's two luma bytes; one byte max floors both.
       const auto* yrow = reinterpret_cast<const uint16_t*>((row ? y1 : y0) + x);
       auto floored = [&](hn::Vec<D> yy) { return hn::BitCast(d, hn::Max(hn::BitCast(d8x4, yy), floor16)); };
-      const auto yy0 = floored(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, yrow))));
-      const auto yy1 = floored(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, yrow + n))));
+      hn::Vec<D> yy0, yy1;
+#if VORLITH_X86_VECTORS
+      if constexpr (kBlocks) {
+        const auto pairs = hn::BitCast(dp16, hn::LoadU(dp, (row ? y1 : y0) + x)), none = hn::Zero(dp16);
+        yy0 = floored(hn::BitCast(d, hn::ZipLower(dp32, pairs, none)));
+        yy1 = floored(hn::BitCast(d, hn::ZipUpper(dp32, pairs, none)));
+      } else
+#endif
+      {
+        yy0 = floored(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, yrow))));
+        yy1 = floored(hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d16, yrow + n))));
+      }
       const auto se0 = hn::Mul(hn::And(yy0, byte), gain), so0 = hn::Mul(hn::ShiftRight<8>(yy0), gain);
       const auto se1 = hn::Mul(hn::And(yy1, byte), gain), so1 = hn::Mul(hn::ShiftRight<8>(yy1), gain);
 #if HWY_TARGET == HWY_AVX3_DL
@@ -281,20 +374,23 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
         continue;
       }
 #endif
-      const auto r = hn::Combine(d8x4, channel(se1, so1, rc1), channel(se0, so0, rc0));
-      const auto g = hn::Combine(d8x4, channel(se1, so1, gc1), channel(se0, so0, gc0));
-      const auto b = hn::Combine(d8x4, channel(se1, so1, bc1), channel(se0, so0, bc0));
-#if HWY_ARCH_X86
-      if constexpr (kPieces) {
-        const auto rp = hn::TableLookupBytes(r, r_order), gp = hn::TableLookupBytes(g, g_order),
-                   bp = hn::TableLookupBytes(b, b_order);
+#if VORLITH_X86_VECTORS
+      if constexpr (kBlocks) {
+        auto pack = [&](hn::Vec<D> c0, hn::Vec<D> c1) {
+          return hn::Vec<decltype(dp)>{PackBlocks(unclamped(se0, so0, c0).raw, unclamped(se1, so1, c1).raw)};
+        };
+        const auto rp = hn::TableLookupBytes(pack(rc0, rc1), r_order), gp = hn::TableLookupBytes(pack(gc0, gc1), g_order),
+                   bp = hn::TableLookupBytes(pack(bc0, bc1), b_order);
         StoreRgbPieces(d8x4, hn::IfThenElse(at0, rp, hn::IfThenElse(at1, gp, bp)),
                        hn::IfThenElse(at2, rp, hn::IfThenElse(at0, gp, bp)),
                        hn::IfThenElse(at1, rp, hn::IfThenElse(at2, gp, bp)), (row ? out1 : out0) + 3 * x);
         continue;
       }
 #endif
-      hn::StoreInterleaved3(r, g, b, d8x4, (row ? out1 : out0) + 3 * x);
+      hn::StoreInterleaved3(hn::Combine(d8x4, channel(se1, so1, rc1), channel(se0, so0, rc0)),
+                            hn::Combine(d8x4, channel(se1, so1, gc1), channel(se0, so0, gc0)),
+                            hn::Combine(d8x4, channel(se1, so1, bc1), channel(se0, so0, bc0)), d8x4,
+                            (row ? out1 : out0) + 3 * x);
     }
   }
   return x;
