@@ -49,6 +49,51 @@ HWY_INLINE void LoadInterleaved2Bytes(D d, const void* HWY_RESTRICT src, V& v0, 
   }
 }
 
+// x86 vector targets (not the portable emulation), for raw intrinsics.
+#ifndef VORLITH_X86_VECTORS
+#define VORLITH_X86_VECTORS (HWY_ARCH_X86 && HWY_TARGET != HWY_SCALAR && HWY_TARGET != HWY_EMU128)
+#endif
+
+#if VORLITH_X86_VECTORS
+// Saturating packs of two 16-bit vectors block by block: each 128-bit block
+// holds 8 bytes of a, then 8 of b (no fix-up across blocks).
+template <class D8, class V16>
+HWY_INLINE hn::Vec<D8> PackBlocks(D8, V16 a, V16 b) {
+  if constexpr (sizeof(a.raw) == 16) {
+    return hn::Vec<D8>{_mm_packus_epi16(a.raw, b.raw)};
+#if HWY_TARGET <= HWY_AVX2
+  } else if constexpr (sizeof(a.raw) == 32) {
+    return hn::Vec<D8>{_mm256_packus_epi16(a.raw, b.raw)};
+#endif
+#if HWY_TARGET <= HWY_AVX3
+  } else {
+    return hn::Vec<D8>{_mm512_packus_epi16(a.raw, b.raw)};
+#endif
+  }
+}
+
+// Stores the 128-bit blocks of a and b alternately: a's block 0, b's block
+// 0, a's block 1, ...
+template <class D, class V = hn::Vec<D>>
+HWY_INLINE void StoreBlocksAlternately(D d, V a, V b, hn::TFromD<D>* out) {
+  if constexpr (hn::MaxLanes(d) * sizeof(hn::TFromD<D>) == 16) {
+    hn::StoreU(a, d, out);
+    hn::StoreU(b, d, out + hn::MaxLanes(d));
+#if HWY_TARGET <= HWY_AVX3
+  } else if constexpr (hn::MaxLanes(d) * sizeof(hn::TFromD<D>) == 64) {
+    // Two 64-bit lane permutes of both, rather than four block extracts.
+    const __m512i first = _mm512_set_epi64(11, 10, 3, 2, 9, 8, 1, 0), second = _mm512_set_epi64(15, 14, 7, 6, 13, 12, 5, 4);
+    _mm512_storeu_si512(out, _mm512_permutex2var_epi64(a.raw, first, b.raw));
+    _mm512_storeu_si512(out + hn::MaxLanes(d), _mm512_permutex2var_epi64(a.raw, second, b.raw));
+#endif
+  } else {
+    const hn::Half<D> dh;
+    StoreBlocksAlternately(dh, hn::LowerHalf(dh, a), hn::LowerHalf(dh, b), out);
+    StoreBlocksAlternately(dh, hn::UpperHalf(dh, a), hn::UpperHalf(dh, b), out + 2 * hn::MaxLanes(dh));
+  }
+}
+#endif
+
 }  // namespace HWY_NAMESPACE
 }  // namespace vorlith
 HWY_AFTER_NAMESPACE();

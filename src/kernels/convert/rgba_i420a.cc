@@ -466,8 +466,18 @@ HWY_INLINE size_t ToRgbaPairs(D d, const ToRgbCoefs& k, const uint8_t* y, const 
   const auto zero16 = hn::Zero(d16x2), max16 = hn::Set(d16x2, 255);
   // One channel of 2n pixels in pixel order, floor-shifted and clamped. The
   // odd pixel's sum holds its floor shift in its upper half already, so one
-  // blend pairs the two.
+  // blend pairs the two; on AVX-512 one word permute takes both upper halves.
+#if HWY_TARGET <= HWY_AVX3 && HWY_ARCH_X86
+  const __m512i upper_words = _mm512_set_epi16(63, 31, 61, 29, 59, 27, 57, 25, 55, 23, 53, 21, 51, 19, 49, 17,
+                                               47, 15, 45, 13, 43, 11, 41, 9, 39, 7, 37, 5, 35, 3, 33, 1);
+#endif
   auto unclamped = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> chroma_part) {
+#if HWY_TARGET <= HWY_AVX3 && HWY_ARCH_X86
+    if constexpr (hn::MaxLanes(D()) == 16) {
+      return hn::Vec<decltype(d16x2)>{
+          _mm512_permutex2var_epi16(hn::Add(se, chroma_part).raw, upper_words, hn::Add(so, chroma_part).raw)};
+    }
+#endif
     const auto e = hn::ShiftRight<16>(hn::Add(se, chroma_part));
     return hn::OddEven(hn::BitCast(d16x2, hn::Add(so, chroma_part)), hn::BitCast(d16x2, e));
   };
@@ -479,8 +489,16 @@ HWY_INLINE size_t ToRgbaPairs(D d, const ToRgbCoefs& k, const uint8_t* y, const 
   // vectors writes 16 pixels.
   constexpr bool kPermuteBytes = hn::MaxLanes(D()) == 16;
   const __m512i rgba_lo = _mm512_load_si512(kRgbaBytes.lo), rgba_hi = _mm512_load_si512(kRgbaBytes.hi);
-  const __m512i upper_words = _mm512_set_epi16(63, 31, 61, 29, 59, 27, 57, 25, 55, 23, 53, 21, 51, 19, 49, 17,
-                                               47, 15, 45, 13, 43, 11, 41, 9, 39, 7, 37, 5, 35, 3, 33, 1);
+#endif
+#if VORLITH_X86_VECTORS
+  const hn::Repartition<uint8_t, D> d8x4;
+#if HWY_TARGET == HWY_AVX3_DL
+  constexpr bool kBlocks = !kPermuteBytes;
+#else
+  constexpr bool kBlocks = true;
+#endif
+  alignas(16) static constexpr uint8_t kPairs[16] = {0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15};
+  const auto pairs = hn::LoadDup128(d8x4, kPairs);
 #endif
   for (; x + 2 * n <= end; x += 2 * n) {
     const auto cb = hn::BitCast(d, hn::PromoteTo(du, hn::LoadU(d8, u + x / 2)));
@@ -495,15 +513,24 @@ HWY_INLINE size_t ToRgbaPairs(D d, const ToRgbCoefs& k, const uint8_t* y, const 
       const auto alpha = hn::PromoteTo(du16x2, hn::LoadU(d8x2, a + row * width + x));
 #if HWY_TARGET == HWY_AVX3_DL
       if constexpr (kPermuteBytes) {
-        // The pair's upper halves side by side by one word permute.
-        auto upper = [&](hn::Vec<D> c) {
-          return _mm512_permutex2var_epi16(hn::Add(se, c).raw, upper_words, hn::Add(so, c).raw);
-        };
-        const __m512i rg = _mm512_packus_epi16(upper(rc), upper(gc));
-        const __m512i ba = _mm512_packus_epi16(upper(bc), alpha.raw);
+        const __m512i rg = _mm512_packus_epi16(unclamped(se, so, rc).raw, unclamped(se, so, gc).raw);
+        const __m512i ba = _mm512_packus_epi16(unclamped(se, so, bc).raw, alpha.raw);
         uint8_t* out = rgba + 4 * (row * width + x);
         _mm512_storeu_si512(out, _mm512_permutex2var_epi8(rg, rgba_lo, ba));
         _mm512_storeu_si512(out + 64, _mm512_permutex2var_epi8(rg, rgba_hi, ba));
+        continue;
+      }
+#endif
+#if VORLITH_X86_VECTORS
+      if constexpr (kBlocks) {
+        // Saturating packs clamp; per 128-bit block the packs hold 8 pixels'
+        // R then G (B then A), one byte shuffle pairs them per pixel, and
+        // 16-bit unpacks make the pixels.
+        const auto rg = hn::TableLookupBytes(PackBlocks(d8x4, unclamped(se, so, rc), unclamped(se, so, gc)), pairs);
+        const auto ba = hn::TableLookupBytes(PackBlocks(d8x4, unclamped(se, so, bc), hn::BitCast(d16x2, alpha)), pairs);
+        StoreBlocksAlternately(d8x4, hn::BitCast(d8x4, hn::InterleaveLower(du16x2, hn::BitCast(du16x2, rg), hn::BitCast(du16x2, ba))),
+                               hn::BitCast(d8x4, hn::InterleaveUpper(du16x2, hn::BitCast(du16x2, rg), hn::BitCast(du16x2, ba))),
+                               rgba + 4 * (row * width + x));
         continue;
       }
 #endif

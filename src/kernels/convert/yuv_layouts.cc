@@ -21,9 +21,6 @@
 #include "src/kernels/convert/convert_pixels.h"
 #include "vorlith/convert.h"
 
-// x86 vector targets (not the portable emulation) for raw intrinsics.
-#define VORLITH_X86_VECTORS (HWY_ARCH_X86 && HWY_TARGET != HWY_SCALAR && HWY_TARGET != HWY_EMU128)
-
 HWY_BEFORE_NAMESPACE();
 namespace vorlith {
 namespace HWY_NAMESPACE {
@@ -188,15 +185,6 @@ constexpr ChromaBytes<blocks> MakeChromaBytes() {
 }
 template <size_t blocks>
 alignas(64) constexpr ChromaBytes<blocks> kChromaBytes = MakeChromaBytes<blocks>();
-
-// Saturating packs of two 16-bit vectors, block by block (no lane fix-up).
-HWY_INLINE __m128i PackBlocks(__m128i a, __m128i b) { return _mm_packus_epi16(a, b); }
-#if HWY_TARGET <= HWY_AVX2
-HWY_INLINE __m256i PackBlocks(__m256i a, __m256i b) { return _mm256_packus_epi16(a, b); }
-#endif
-#if HWY_TARGET <= HWY_AVX3
-HWY_INLINE __m512i PackBlocks(__m512i a, __m512i b) { return _mm512_packus_epi16(a, b); }
-#endif
 
 template <class D, class V = hn::Vec<D>>
 HWY_INLINE void StoreRgbPieces(D d, V piece0, V piece1, V piece2, uint8_t* out) {
@@ -377,7 +365,7 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
 #if VORLITH_X86_VECTORS
       if constexpr (kBlocks) {
         auto pack = [&](hn::Vec<D> c0, hn::Vec<D> c1) {
-          return hn::Vec<decltype(dp)>{PackBlocks(unclamped(se0, so0, c0).raw, unclamped(se1, so1, c1).raw)};
+          return PackBlocks(dp, unclamped(se0, so0, c0), unclamped(se1, so1, c1));
         };
         const auto rp = hn::TableLookupBytes(pack(rc0, rc1), r_order), gp = hn::TableLookupBytes(pack(gc0, gc1), g_order),
                    bp = hn::TableLookupBytes(pack(bc0, bc1), b_order);
