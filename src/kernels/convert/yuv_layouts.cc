@@ -248,7 +248,19 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
   // pixel order; the demotion saturates, which is the clamp to 0..255. The
   // odd pixel's sum shifted by 4 holds its result in the upper half already
   // (floor(floor(s / 16) / 65536) = floor(s / 2^20)), so one blend pairs them.
+#if HWY_TARGET <= HWY_AVX3 && HWY_ARCH_X86
+  // On AVX-512 one word permute takes both upper halves, then the rest of
+  // the shift in 16-bit lanes.
+  const __m512i upper_words = _mm512_set_epi16(63, 31, 61, 29, 59, 27, 57, 25, 55, 23, 53, 21, 51, 19, 49, 17,
+                                               47, 15, 45, 13, 43, 11, 41, 9, 39, 7, 37, 5, 35, 3, 33, 1);
+#endif
   auto unclamped = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> chroma_part) {
+#if HWY_TARGET <= HWY_AVX3 && HWY_ARCH_X86
+    if constexpr (hn::MaxLanes(D()) == 16) {
+      return hn::ShiftRight<4>(hn::Vec<decltype(d16x2)>{
+          _mm512_permutex2var_epi16(hn::Add(se, chroma_part).raw, upper_words, hn::Add(so, chroma_part).raw)});
+    }
+#endif
     const auto e = hn::ShiftRight<20>(hn::Add(se, chroma_part));
     const auto o = hn::ShiftRight<4>(hn::Add(so, chroma_part));
     return hn::OddEven(hn::BitCast(d16x2, o), hn::BitCast(d16x2, e));
@@ -262,8 +274,6 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
   const __m512i first = _mm512_load_si512(kRgbBytes.first), middle = _mm512_load_si512(kRgbBytes.middle),
                 middle_b = _mm512_load_si512(kRgbBytes.middle_b), last = _mm512_load_si512(kRgbBytes.last);
   const __mmask64 middle_b_mask = kRgbBytes.middle_b_mask;
-  const __m512i upper_words = _mm512_set_epi16(63, 31, 61, 29, 59, 27, 57, 25, 55, 23, 53, 21, 51, 19, 49, 17,
-                                               47, 15, 45, 13, 43, 11, 41, 9, 39, 7, 37, 5, 35, 3, 33, 1);
 #endif
 #if HWY_TARGET != HWY_AVX3_DL
   constexpr bool kPermuteBytes = false;
@@ -345,12 +355,7 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
       const auto se1 = hn::Mul(hn::And(yy1, byte), gain), so1 = hn::Mul(hn::ShiftRight<8>(yy1), gain);
 #if HWY_TARGET == HWY_AVX3_DL
       if constexpr (kPermuteBytes) {
-        // The pair's upper halves side by side by one word permute, then the
-        // remaining 4 bits of the shift in 16-bit lanes.
-        auto upper = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> c) {
-          return _mm512_srai_epi16(
-              _mm512_permutex2var_epi16(hn::Add(se, c).raw, upper_words, hn::Add(so, c).raw), 4);
-        };
+        auto upper = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> c) { return unclamped(se, so, c).raw; };
         const __m512i rg0 = _mm512_packus_epi16(upper(se0, so0, rc0), upper(se0, so0, gc0));
         const __m512i rg1 = _mm512_packus_epi16(upper(se1, so1, rc1), upper(se1, so1, gc1));
         const __m512i b = _mm512_packus_epi16(upper(se0, so0, bc0), upper(se1, so1, bc1));
