@@ -214,7 +214,7 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
   const hn::Rebind<uint8_t, D> d8;
   const hn::Repartition<int16_t, D> d16x2;
   // A step covers 4 lanes' worth of pixels, so each channel fills a whole
-  // byte vector and the 3-way interleave runs at full width.
+  // byte vector and the interleave runs at full width.
   const hn::Repartition<uint8_t, D> d8x4;
   const hn::Half<decltype(d8x4)> d8x2;
   const size_t n = hn::Lanes(d);
@@ -282,7 +282,7 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
   // Below VBMI, steps of whole 128-bit blocks keep each block's pixels
   // together: block L of the luma pair lanes holds pixels 16L..16L+7, of the
   // second 16L+8..16L+15, with their chroma samples 8L.. and 8L+4.., so a
-  // pack per block gives 16 pixels in order, ready for the pieces below.
+  // pack per block gives 16 pixels in order, ready for the pieces.
   // (The 8-pixel steps go the general way.)
   constexpr bool kPieces = hn::MaxLanes(d8x4) >= 16;
   constexpr bool kBlocks = kPieces && !kPermuteBytes;
@@ -355,10 +355,9 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
       const auto se1 = hn::Mul(hn::And(yy1, byte), gain), so1 = hn::Mul(hn::ShiftRight<8>(yy1), gain);
 #if HWY_TARGET == HWY_AVX3_DL
       if constexpr (kPermuteBytes) {
-        auto upper = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> c) { return unclamped(se, so, c).raw; };
-        const __m512i rg0 = _mm512_packus_epi16(upper(se0, so0, rc0), upper(se0, so0, gc0));
-        const __m512i rg1 = _mm512_packus_epi16(upper(se1, so1, rc1), upper(se1, so1, gc1));
-        const __m512i b = _mm512_packus_epi16(upper(se0, so0, bc0), upper(se1, so1, bc1));
+        const __m512i rg0 = _mm512_packus_epi16(unclamped(se0, so0, rc0).raw, unclamped(se0, so0, gc0).raw);
+        const __m512i rg1 = _mm512_packus_epi16(unclamped(se1, so1, rc1).raw, unclamped(se1, so1, gc1).raw);
+        const __m512i b = _mm512_packus_epi16(unclamped(se0, so0, bc0).raw, unclamped(se1, so1, bc1).raw);
         uint8_t* out = (row ? out1 : out0) + 3 * x;
         _mm512_storeu_si512(out, _mm512_permutex2var_epi8(rg0, first, b));
         _mm512_storeu_si512(out + 64, _mm512_mask_permutexvar_epi8(_mm512_permutex2var_epi8(rg0, middle, rg1),
