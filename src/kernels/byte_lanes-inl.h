@@ -72,6 +72,16 @@ HWY_INLINE hn::Vec<D8> PackBlocks(D8, V16 a, V16 b) {
   }
 }
 
+#if HWY_TARGET <= HWY_AVX3
+// The upper 16-bit halves of the 32-bit lanes of e and o side by side, e's
+// first: lane i's halves become 16-bit lanes 2i and 2i+1 (one word permute).
+HWY_INLINE __m512i UpperHalvesOfPairs(__m512i e, __m512i o) {
+  const __m512i upper = _mm512_set_epi16(63, 31, 61, 29, 59, 27, 57, 25, 55, 23, 53, 21, 51, 19, 49, 17, 47, 15, 45,
+                                         13, 43, 11, 41, 9, 39, 7, 37, 5, 35, 3, 33, 1);
+  return _mm512_permutex2var_epi16(e, upper, o);
+}
+#endif
+
 // Stores the 128-bit blocks of a and b alternately: a's block 0, b's block
 // 0, a's block 1, ...
 template <class D, class V = hn::Vec<D>>

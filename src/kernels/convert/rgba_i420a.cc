@@ -467,15 +467,11 @@ HWY_INLINE size_t ToRgbaPairs(D d, const ToRgbCoefs& k, const uint8_t* y, const 
   // One channel of 2n pixels in pixel order, floor-shifted and clamped. The
   // odd pixel's sum holds its floor shift in its upper half already, so one
   // blend pairs the two; on AVX-512 one word permute takes both upper halves.
-#if HWY_TARGET <= HWY_AVX3 && HWY_ARCH_X86
-  const __m512i upper_words = _mm512_set_epi16(63, 31, 61, 29, 59, 27, 57, 25, 55, 23, 53, 21, 51, 19, 49, 17,
-                                               47, 15, 45, 13, 43, 11, 41, 9, 39, 7, 37, 5, 35, 3, 33, 1);
-#endif
   auto unclamped = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> chroma_part) {
-#if HWY_TARGET <= HWY_AVX3 && HWY_ARCH_X86
+#if VORLITH_X86_VECTORS && HWY_TARGET <= HWY_AVX3
     if constexpr (hn::MaxLanes(D()) == 16) {
       return hn::Vec<decltype(d16x2)>{
-          _mm512_permutex2var_epi16(hn::Add(se, chroma_part).raw, upper_words, hn::Add(so, chroma_part).raw)};
+          UpperHalvesOfPairs(hn::Add(se, chroma_part).raw, hn::Add(so, chroma_part).raw)};
     }
 #endif
     const auto e = hn::ShiftRight<16>(hn::Add(se, chroma_part));

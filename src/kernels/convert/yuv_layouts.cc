@@ -248,17 +248,13 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
   // pixel order; the demotion saturates, which is the clamp to 0..255. The
   // odd pixel's sum shifted by 4 holds its result in the upper half already
   // (floor(floor(s / 16) / 65536) = floor(s / 2^20)), so one blend pairs them.
-#if HWY_TARGET <= HWY_AVX3 && HWY_ARCH_X86
-  // On AVX-512 one word permute takes both upper halves, then the rest of
-  // the shift in 16-bit lanes.
-  const __m512i upper_words = _mm512_set_epi16(63, 31, 61, 29, 59, 27, 57, 25, 55, 23, 53, 21, 51, 19, 49, 17,
-                                               47, 15, 45, 13, 43, 11, 41, 9, 39, 7, 37, 5, 35, 3, 33, 1);
-#endif
   auto unclamped = [&](hn::Vec<D> se, hn::Vec<D> so, hn::Vec<D> chroma_part) {
-#if HWY_TARGET <= HWY_AVX3 && HWY_ARCH_X86
+#if VORLITH_X86_VECTORS && HWY_TARGET <= HWY_AVX3
+    // On AVX-512 one word permute takes both upper halves, then the rest of
+    // the shift in 16-bit lanes.
     if constexpr (hn::MaxLanes(D()) == 16) {
       return hn::ShiftRight<4>(hn::Vec<decltype(d16x2)>{
-          _mm512_permutex2var_epi16(hn::Add(se, chroma_part).raw, upper_words, hn::Add(so, chroma_part).raw)});
+          UpperHalvesOfPairs(hn::Add(se, chroma_part).raw, hn::Add(so, chroma_part).raw)});
     }
 #endif
     const auto e = hn::ShiftRight<20>(hn::Add(se, chroma_part));
