@@ -271,10 +271,10 @@ HWY_INLINE size_t RgbPairs(D d, const uint8_t* const (&luma)[2], const Chroma& c
                 middle_b = _mm512_load_si512(kRgbBytes.middle_b), last = _mm512_load_si512(kRgbBytes.last);
   const __mmask64 middle_b_mask = kRgbBytes.middle_b_mask;
 #endif
+#if VORLITH_X86_VECTORS
 #if HWY_TARGET != HWY_AVX3_DL
   constexpr bool kPermuteBytes = false;
 #endif
-#if VORLITH_X86_VECTORS
   // Below VBMI, steps of whole 128-bit blocks keep each block's pixels
   // together: block L of the luma pair lanes holds pixels 16L..16L+7, of the
   // second 16L+8..16L+15, with their chroma samples 8L.. and 8L+4.., so a
