@@ -140,9 +140,9 @@ class VORLITH_API ModelConfiguration {
  public:
   ComputeUnits computeUnits = ComputeUnits::All;
   // Threads a prediction is split across for All / CPUAndGPU; 0 means one
-  // per online core. Every model of the process shares one worker pool,
-  // which grows to the largest count asked for: models never start threads
-  // of their own.
+  // per CPU in the process's affinity mask. Every model of the process
+  // shares one worker pool, which grows to the largest count asked for:
+  // models never start threads of their own.
   int threads = 0;
 };
 

@@ -38,9 +38,10 @@ class VORLITH_API Upscaler {
   };
   struct Options {
     Network network = Network::kAuto;
-    // Threads a frame is split across; 0: one per core. Integer networks run
-    // on a Vulkan GPU instead where there is one, with the same bytes (see
-    // ComputeUnits in vorlith/model.h).
+    // Threads a frame is split across; 0: one per CPU this process may run
+    // on (its affinity mask, which taskset and cpusets narrow). Integer
+    // networks run on a Vulkan GPU instead where there is one, with the same
+    // bytes (see ComputeUnits in vorlith/model.h).
     int threads = 0;
     // Directory holding RTC.onnx (full) and RTC_degrade.onnx (light); empty:
     // the networks installed with the library.

@@ -94,7 +94,7 @@ than 1280 run in overlapping tiles whose result equals the whole frame's.
 
 network: "full", "light", or "auto" (the full network until frames average
 more than 30 ms per 1280x720 worth of pixels, then the light one).
-threads: threads a frame is split across (0: one per core).
+threads: threads a frame is split across (0: one per CPU this process may run on).
 models: a directory holding RTC.onnx and RTC_degrade.onnx (None: the
 networks installed with the package).
 

@@ -7,7 +7,6 @@
 #include <cstring>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "src/checked/context.h"
@@ -202,10 +201,9 @@ struct Upscaler::Impl {
 Upscaler::Upscaler() : Upscaler(Options()) {}
 
 Upscaler::Upscaler(const Options& options) : impl_(std::make_unique<Impl>()) {
-  if (options.threads < 0) Invalid("Upscaler: options.threads must be 0 (one per core) or more, got " + std::to_string(options.threads));
+  if (options.threads < 0) Invalid("Upscaler: options.threads must be 0 (one per usable CPU) or more, got " + std::to_string(options.threads));
   impl_->options = options;
-  impl_->bands = options.threads > 0 ? options.threads
-                                     : static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 64u));
+  impl_->bands = options.threads > 0 ? options.threads : std::min(platform::UsableCpus(), 64);
   if (options.network != Network::kLight) impl_->full = impl_->Load("RTC");
   if (options.network != Network::kFull) impl_->light = impl_->Load("RTC_degrade");
   impl_->on_light = options.network == Network::kLight;

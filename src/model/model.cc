@@ -101,7 +101,7 @@ namespace {
 int ThreadsFor(const ModelConfiguration& configuration) {
   if (configuration.computeUnits == ComputeUnits::CPUOnly) return 1;
   if (configuration.threads > 0) return configuration.threads;
-  return static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+  return platform::UsableCpus();
 }
 
 }  // namespace

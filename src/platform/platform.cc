@@ -1,11 +1,14 @@
 #include "src/platform/platform.h"
 
 #include <dlfcn.h>
+#include <sched.h>
 #include <syslog.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 namespace vorlith::platform {
@@ -101,6 +104,13 @@ int64_t NowMicroseconds() {
 }
 
 void SetClockForTest(std::function<int64_t()> clock) { ClockOverride() = std::move(clock); }
+
+int UsableCpus() {
+  cpu_set_t set;
+  // A mask wider than cpu_set_t (over 1024 CPUs) fails; count the online ones.
+  if (sched_getaffinity(0, sizeof(set), &set) == 0) return std::max(1, CPU_COUNT(&set));
+  return static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+}
 
 bool NeuralPathSupported() { return NeuralPathFlag(); }
 void SetNeuralPathSupportedForTest(bool supported) { NeuralPathFlag() = supported; }

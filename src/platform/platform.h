@@ -29,6 +29,10 @@ int64_t NowMicroseconds();
 // Replaces the clock (null restores the monotonic one).
 void SetClockForTest(std::function<int64_t()> clock);
 
+// ---- The CPUs this process may run on: its affinity mask, which taskset and
+// container cpusets narrow (the online count does not), at least 1.
+int UsableCpus();
+
 // ---- Whether the neural path is available on this system (always, on Linux).
 bool NeuralPathSupported();
 void SetNeuralPathSupportedForTest(bool supported);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "src/platform/platform.h"
+
 namespace vorlith::platform {
 namespace {
 
@@ -25,7 +27,7 @@ struct WorkerPool::Job {
 WorkerPool& WorkerPool::Shared() {
   // Destroyed, and its threads joined, when the library is unloaded or the
   // process exits: no thread may outlive the code it runs.
-  static WorkerPool pool(static_cast<int>(std::max(1u, std::thread::hardware_concurrency())));
+  static WorkerPool pool(UsableCpus());
   return pool;
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <thread>
 #include <utility>
 
 #include "src/kernels/resize/linear_2x_nv.h"
@@ -52,7 +51,7 @@ SRPlugin::SRPlugin()
       outputPool(nullptr),
       outputPoolWidth(0),
       outputPoolHeight(0),
-      bands(static_cast<int32_t>(std::clamp(std::thread::hardware_concurrency(), 1u, 16u))),
+      bands(static_cast<int32_t>(std::min(vorlith::platform::UsableCpus(), 16))),
       chromaScratch(static_cast<size_t>(bands)) {
   std::memcpy(candidateWidths, vorlith::kCandidateWidths, sizeof(candidateWidths));
   std::memcpy(candidateHeights, vorlith::kCandidateHeights, sizeof(candidateHeights));

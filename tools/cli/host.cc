@@ -1,7 +1,5 @@
 #include "tools/cli/host.h"
 
-#include <sched.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -47,24 +45,11 @@ std::unique_ptr<PluginHost> PluginHost::CreateDefault(NetType net) {
       std::unique_ptr<SuperResolutionInterface>(SuperResolutionInterface::Create()), net);
 }
 
-namespace {
-
-// The cores this process may run on: a scheduler's CPU set (a Slurm task's
-// --cpus-per-task) rather than the machine's, so that tasks sharing a node
-// do not each start a thread per core. 0 when unknown: one per core.
-int AllowedCpus() {
-  cpu_set_t set;
-  CPU_ZERO(&set);
-  if (sched_getaffinity(0, sizeof(set), &set) != 0) return 0;
-  return CPU_COUNT(&set);
-}
-
-}  // namespace
-
 std::unique_ptr<PluginHost> PluginHost::CreateOffline(NetType net) {
   Upscaler::Options options;
   options.network = net == NET_TYPE_LIGHT ? Upscaler::Network::kLight : Upscaler::Network::kFull;
-  options.threads = std::min(AllowedCpus(), 64);
+  // threads 0: one per CPU of this process's set (a Slurm task's
+  // --cpus-per-task), so tasks sharing a node do not each take every core.
   try {
     return std::unique_ptr<PluginHost>(new PluginHost(std::make_unique<Upscaler>(options), net));
   } catch (const std::runtime_error& e) {
