@@ -157,9 +157,9 @@ void BM_ProcessDataShipped(benchmark::State& state) {
     }
     VLPixelBufferRelease(out.pixelBuffer);
   }
-  // The plug-in runs its networks on every core.
+  // The plug-in runs its networks on every CPU the process may use.
   ReportShareOfPeak(state, NetworkMacs(net == NET_TYPE_FULL ? "RTC.onnx" : "RTC_degrade.onnx", f.h, f.w), total,
-                    static_cast<int>(std::thread::hardware_concurrency()));
+                    vorlith::platform::UsableCpus());
   VLPixelBufferRelease(frame);
   vorlith::platform::SetClockForTest(nullptr);
   vorlith::platform::SetResourceDirectoryForTest("");
